@@ -1,0 +1,49 @@
+#include "foundation/MainLoop.h"
+
+#include "foundation/TaskQueue.h"
+
+namespace tamarind {
+
+MonotonicTime SystemClock::now() const {
+    return std::chrono::time_point_cast<Duration>(std::chrono::steady_clock::now());
+}
+
+Date SystemClock::wallNow() const { return Date::systemNow(); }
+
+TaskHandle& TaskHandle::operator=(TaskHandle&& other) noexcept {
+    if (this != &other) {
+        cancel();
+        task_ = std::move(other.task_);
+    }
+    return *this;
+}
+
+void TaskHandle::cancel() {
+    if (!task_) return;
+    if (!task_->isDone) {
+        task_->isDone = true;
+        // Release what the task captured now, not when its deadline comes round.
+        Task released = std::move(task_->function);
+        task_->function = nullptr;
+    }
+    task_.reset();
+}
+
+bool TaskHandle::isPending() const { return task_ && !task_->isDone; }
+
+FdWatch& FdWatch::operator=(FdWatch&& other) noexcept {
+    if (this != &other) {
+        stop();
+        state_ = std::move(other.state_);
+    }
+    return *this;
+}
+
+void FdWatch::stop() {
+    if (!state_) return;
+    state_->isActive = false;
+    state_->onReadable = nullptr;
+    state_.reset();
+}
+
+}  // namespace tamarind

@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <map>
+#include <set>
+
+#include "foundation/Files.h"
+#include "foundation/Json.h"
+#include "foundation/Paths.h"
+#include "foundation/Sha256.h"
+#include "foundation/Uuid.h"
+
+namespace tamarind {
+namespace {
+
+TEST(Uuid, RandomIdsAreVersion4UpperCaseAndParseInEitherCase) {
+    std::set<Uuid> seen;
+    for (int i = 0; i < 1000; ++i) {
+        Uuid id = Uuid::random();
+        std::string text = id.uuidString();
+        ASSERT_EQ(text.size(), 36u);
+        EXPECT_EQ(text[14], '4');
+        EXPECT_NE(std::string("89AB").find(text[19]), std::string::npos) << text;
+        EXPECT_EQ(text.find_first_of("abcdef"), std::string::npos) << text;
+        seen.insert(id);
+    }
+    EXPECT_EQ(seen.size(), 1000u);
+
+    auto lower = Uuid::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f");
+    ASSERT_TRUE(lower);
+    EXPECT_EQ(lower->uuidString(), "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+    EXPECT_EQ(Uuid::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F"), lower);
+    for (std::string_view bad : {"", "E621E1F8C36C495A93FC0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5",
+                                 "E621E1F8-C36C-495A-93FC-0C247A3E6E5G", "{E621E1F8-C36C-495A-93FC-0C247A3E6E5F}",
+                                 "E621E1F8-C36C-495A93FC-0C247A3E6E5F0"})
+        EXPECT_FALSE(Uuid::parse(bad)) << bad;
+    EXPECT_TRUE(Uuid().isNil());
+}
+
+TEST(Sha256, GivesLowerCaseHexOfTheBytes) {
+    EXPECT_EQ(sha256Hex(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    EXPECT_EQ(sha256Hex("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    // Embedded zero bytes are part of the content, and long input is hashed whole.
+    EXPECT_EQ(sha256Hex(std::string("a\0b", 3)), "59b271ae1bbcb1d31d41929817f4b16fb439eb4f31520b5ad1d5ce98920a7138");
+    EXPECT_EQ(sha256Hex(std::string(1000000, 'a')), "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
+}
+
+TEST(Json, EncodesIdsDatesAndDataTheStoredWayAndDecodesStrictly) {
+    Uuid id = *Uuid::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f");
+    Json object = {{"id", uuidToJson(id)},
+                   {"createdAt", dateToJson(Date::fromReferenceSeconds(817000000.5))},
+                   {"blob", dataToJson(dataFromString("hi"))}};
+    EXPECT_EQ(object.dump(), R"({"blob":"aGk=","createdAt":817000000.5,"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"})");
+
+    struct Record {
+        Uuid id;
+        Date createdAt;
+        std::optional<std::string> note;
+    };
+    auto decode = [](const Json& json) {
+        Record record{uuidFromJson(requireMember(json, "id")), dateFromJson(requireMember(json, "createdAt")), {}};
+        if (const Json* note = optionalMember(json, "note")) record.note = note->get<std::string>();
+        return record;
+    };
+    auto good = decodeJson(R"({"id":"e621e1f8-c36c-495a-93fc-0c247a3e6e5f","createdAt":5,"note":null})", decode);
+    ASSERT_TRUE(good);
+    EXPECT_EQ(good->id, id);
+    EXPECT_EQ(good->createdAt.secondsSinceReferenceDate(), 5);
+    EXPECT_FALSE(good->note);
+    for (std::string_view bad : {R"({"id":"nope","createdAt":5})", R"({"createdAt":5})",
+                                 R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","createdAt":"5"})",
+                                 R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","createdAt":5,"note":7})", "[]",
+                                 "{", ""})
+        EXPECT_FALSE(decodeJson(bad, decode)) << bad;
+    EXPECT_FALSE(decodeJson(R"("a=")", [](const Json& j) { return dataFromJson(j); }));
+}
+
+TEST(Paths, FollowTheXdgRulesWithTheTamarindHomeOverride) {
+    auto from = [](std::map<std::string, std::string> env) {
+        return Paths::fromEnvironment([env](const std::string& name) -> std::optional<std::string> {
+            auto found = env.find(name);
+            if (found == env.end()) return std::nullopt;
+            return found->second;
+        });
+    };
+    auto plain = from({{"HOME", "/home/ann"}});
+    ASSERT_TRUE(plain);
+    EXPECT_EQ(plain->applicationSupport, "/home/ann/.local/share/Tamarind");
+    EXPECT_EQ(plain->defaultsFile(), "/home/ann/.config/tamarind/defaults.plist");
+    EXPECT_EQ(plain->cache, "/home/ann/.cache/tamarind");
+
+    auto xdg = from({{"HOME", "/home/ann"}, {"XDG_DATA_HOME", "/data"}, {"XDG_CONFIG_HOME", "relative/config"}});
+    EXPECT_EQ(xdg->applicationSupport, "/data/Tamarind");
+    EXPECT_EQ(xdg->configuration, "/home/ann/.config/tamarind") << "a relative XDG variable must be ignored";
+
+    auto isolated = from({{"HOME", "/home/ann"}, {"XDG_DATA_HOME", "/data"}, {"TAMARIND_HOME", "/tmp/t"}});
+    EXPECT_EQ(isolated->applicationSupport, "/tmp/t/share/Tamarind");
+    EXPECT_EQ(isolated->defaultsFile(), "/tmp/t/config/tamarind/defaults.plist");
+
+    EXPECT_FALSE(from({}));
+    EXPECT_FALSE(from({{"HOME", "home/ann"}}));
+}
+
+TEST(Files, CreateFoldersPrivatelyAndReplaceFilesWhole) {
+    std::string root = ::testing::TempDir() + "tamarind-files-XXXXXX";
+    ASSERT_NE(::mkdtemp(root.data()), nullptr);
+    std::filesystem::path folder = std::filesystem::path(root) / "a" / "b";
+    ASSERT_FALSE(createPrivateDirectories(folder));
+    struct stat status {};
+    ASSERT_EQ(::stat(folder.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0700u);
+    ASSERT_FALSE(createPrivateDirectories(folder)) << "an existing folder is not an error";
+
+    std::filesystem::path file = folder / "f";
+    ASSERT_FALSE(writeFileAtomically(file, "first"));
+    ASSERT_FALSE(writeFileAtomically(file, std::string("second\0bytes", 12)));
+    EXPECT_EQ(*readWholeFile(file).bytes, std::string("second\0bytes", 12));
+    ASSERT_EQ(::stat(file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1) << "a temporary file was left";
+
+    auto missing = readWholeFile(folder / "none");
+    EXPECT_TRUE(missing.notFound);
+    EXPECT_FALSE(missing.bytes);
+    // A path under a regular file can be neither created nor written.
+    EXPECT_TRUE(createPrivateDirectories(file / "sub"));
+    auto failed = writeFileAtomically(file / "x", "y");
+    ASSERT_TRUE(failed);
+    EXPECT_NE(failed->message.find("Not a directory"), std::string::npos) << failed->message;
+    std::filesystem::remove_all(root);
+}
+
+}  // namespace
+}  // namespace tamarind

@@ -55,7 +55,8 @@ public:
         for (const auto& subscriber : subscribers_) deliver(subscriber, value_);
     }
 
-    [[nodiscard]] Subscription subscribe(std::function<void(const T&)> onValue, bool dropsFirst = false) {
+    // Const: subscribing observes the property without changing it.
+    [[nodiscard]] Subscription subscribe(std::function<void(const T&)> onValue, bool dropsFirst = false) const {
         auto subscriber = std::make_shared<Subscriber>();
         subscriber->isActive = std::make_shared<bool>(true);
         subscriber->onValue = std::move(onValue);
@@ -70,7 +71,7 @@ private:
         std::function<void(const T&)> onValue;
     };
 
-    void deliver(const std::shared_ptr<Subscriber>& subscriber, const T& value) {
+    void deliver(const std::shared_ptr<Subscriber>& subscriber, const T& value) const {
         loop_.post([weak = std::weak_ptr<Subscriber>(subscriber), value] {
             auto s = weak.lock();
             if (s && *s->isActive) s->onValue(value);
@@ -79,7 +80,7 @@ private:
 
     MainLoop& loop_;
     T value_;
-    std::vector<std::shared_ptr<Subscriber>> subscribers_;
+    mutable std::vector<std::shared_ptr<Subscriber>> subscribers_;
 };
 
 }  // namespace tamarind

@@ -1,0 +1,155 @@
+#include "capture/CapturePreferences.h"
+
+#include <algorithm>
+
+namespace tamarind {
+
+namespace {
+
+std::set<std::string> readExclusions(const Defaults& defaults) {
+    auto stored = defaults.stringArray(captureKeys::excludedBundleIDs);
+    if (!stored) return CapturePreferences::defaultExcludedBundleIDs();
+    return std::set<std::string>(stored->begin(), stored->end());
+}
+
+std::optional<long long> readMaximumAge(const Defaults& defaults) {
+    long long days = defaults.integer(captureKeys::maximumAgeInDays);
+    return days < 1 ? std::nullopt : std::optional<long long>(days);
+}
+
+long long readMaximumClipCount(const Defaults& defaults) {
+    long long count = defaults.integer(captureKeys::maximumClipCount);
+    return count < 1 ? kDefaultMaximumClipCount : count;
+}
+
+}  // namespace
+
+const std::set<std::string>& CapturePreferences::defaultExcludedBundleIDs() {
+    static const std::set<std::string> ids = {
+        // The password managers and keychain of the original platform.
+        "com.agilebits.onepassword", "com.agilebits.onepassword7", "com.1password.1password", "com.bitwarden.desktop",
+        "com.apple.keychainaccess", "com.dashlane.Dashlane", "com.dashlane.dashlanephonefinal",
+        "com.lastpass.LastPass", "com.lastpass.lastpassmacdesktop", "me.proton.pass.electron",
+        "in.sinew.Enpass-Desktop", "io.enpass.Enpass",
+        // The same programs on Linux, by desktop-file or Flatpak id and by window class.
+        "org.keepassxc.KeePassXC", "keepassxc", "bitwarden", "1password", "com.onepassword.OnePassword",
+        "proton-pass", "me.proton.Pass", "enpass", "org.gnome.seahorse.Application", "seahorse",
+        "org.kde.kwalletmanager5", "org.kde.kwalletmanager", "kwalletmanager5"};
+    return ids;
+}
+
+bool CapturePreferences::boolOrDefault(const char* key, bool fallback) const {
+    return defaults_.object(key) ? defaults_.boolValue(key) : fallback;
+}
+
+CapturePreferences::CapturePreferences(Defaults& defaults, MainLoop& loop)
+    : defaults_(defaults),
+      isPaused_(loop, defaults.boolValue(captureKeys::isPaused)),
+      excludedBundleIDs_(loop, readExclusions(defaults)),
+      maximumClipCount_(loop, readMaximumClipCount(defaults)),
+      maximumAgeInDays_(loop, readMaximumAge(defaults)),
+      isFaviconFetchEnabled_(loop, defaults.boolValue(captureKeys::faviconFetchEnabled)),
+      restoresPasteboardAfterPaste_(loop, defaults.boolValue(captureKeys::restoresPasteboardAfterPaste)),
+      isOCREnabled_(loop, boolOrDefault(captureKeys::ocrEnabled, true)),
+      isScreenshotHistoryEnabled_(loop, boolOrDefault(captureKeys::screenshotHistoryEnabled, true)),
+      deletesOriginalScreenshot_(loop, defaults.boolValue(captureKeys::deletesOriginalScreenshot)),
+      preferredColorFormat_(loop, colorFormatOrHex(defaults.string(captureKeys::preferredColorFormat).value_or(""))),
+      multiClipJoiner_(loop, multiClipJoinerOrNewline(defaults.string(captureKeys::multiClipJoiner).value_or(""))),
+      multiClipCustomSeparator_(loop, defaults.string(captureKeys::multiClipCustomSeparator).value_or(" | ")),
+      minimumCharacters_(loop, defaults.integer(captureKeys::minimumCharacters)),
+      maximumMegabytes_(loop, std::max(0.0, defaults.doubleValue(captureKeys::maximumMegabytes))),
+      isSensitiveDetectionEnabled_(loop, boolOrDefault(captureKeys::sensitiveDetectionEnabled, true)),
+      sensitiveHandling_(loop,
+                         sensitiveHandlingFromRawValue(defaults.string(captureKeys::sensitiveHandling).value_or(""))),
+      autoResumeMinutes_(loop, defaults.integer(captureKeys::autoResumeMinutes)) {}
+
+void CapturePreferences::setPaused(bool value) {
+    isPaused_.set(value);
+    defaults_.set(captureKeys::isPaused, value);
+}
+
+void CapturePreferences::setExcludedBundleIDs(std::set<std::string> value) {
+    PlistArray sorted;  // a std::set iterates in ascending byte order
+    for (const std::string& id : value) sorted.emplace_back(id);
+    excludedBundleIDs_.set(std::move(value));
+    defaults_.set(captureKeys::excludedBundleIDs, std::move(sorted));
+}
+
+void CapturePreferences::setMaximumClipCount(long long value) {
+    maximumClipCount_.set(value);
+    defaults_.set(captureKeys::maximumClipCount, value);
+}
+
+void CapturePreferences::setMaximumAgeInDays(std::optional<long long> value) {
+    maximumAgeInDays_.set(value);
+    defaults_.set(captureKeys::maximumAgeInDays, value.value_or(0));
+}
+
+void CapturePreferences::setFaviconFetchEnabled(bool value) {
+    isFaviconFetchEnabled_.set(value);
+    defaults_.set(captureKeys::faviconFetchEnabled, value);
+}
+
+void CapturePreferences::setRestoresPasteboardAfterPaste(bool value) {
+    restoresPasteboardAfterPaste_.set(value);
+    defaults_.set(captureKeys::restoresPasteboardAfterPaste, value);
+}
+
+void CapturePreferences::setOCREnabled(bool value) {
+    isOCREnabled_.set(value);
+    defaults_.set(captureKeys::ocrEnabled, value);
+}
+
+void CapturePreferences::setScreenshotHistoryEnabled(bool value) {
+    isScreenshotHistoryEnabled_.set(value);
+    defaults_.set(captureKeys::screenshotHistoryEnabled, value);
+}
+
+void CapturePreferences::setDeletesOriginalScreenshot(bool value) {
+    deletesOriginalScreenshot_.set(value);
+    defaults_.set(captureKeys::deletesOriginalScreenshot, value);
+}
+
+void CapturePreferences::setPreferredColorFormat(ColorFormat value) {
+    preferredColorFormat_.set(value);
+    defaults_.set(captureKeys::preferredColorFormat, rawValue(value));
+}
+
+void CapturePreferences::setMultiClipJoiner(MultiClipJoiner value) {
+    multiClipJoiner_.set(value);
+    defaults_.set(captureKeys::multiClipJoiner, rawValue(value));
+}
+
+void CapturePreferences::setMultiClipCustomSeparator(std::string value) {
+    multiClipCustomSeparator_.set(value);
+    defaults_.set(captureKeys::multiClipCustomSeparator, std::move(value));
+}
+
+void CapturePreferences::setMinimumCharacters(long long value) {
+    minimumCharacters_.set(value);
+    defaults_.set(captureKeys::minimumCharacters, value);
+}
+
+void CapturePreferences::setMaximumMegabytes(double value) {
+    maximumMegabytes_.set(value);
+    defaults_.set(captureKeys::maximumMegabytes, value);
+}
+
+void CapturePreferences::setSensitiveDetectionEnabled(bool value) {
+    isSensitiveDetectionEnabled_.set(value);
+    defaults_.set(captureKeys::sensitiveDetectionEnabled, value);
+}
+
+void CapturePreferences::setSensitiveHandling(SensitiveHandling value) {
+    sensitiveHandling_.set(value);
+    defaults_.set(captureKeys::sensitiveHandling, rawValue(value));
+}
+
+void CapturePreferences::setAutoResumeMinutes(long long value) {
+    autoResumeMinutes_.set(value);
+    defaults_.set(captureKeys::autoResumeMinutes, value);
+}
+
+void CapturePreferences::restoreDefaultExclusions() { setExcludedBundleIDs(defaultExcludedBundleIDs()); }
+
+}  // namespace tamarind

@@ -1,0 +1,32 @@
+#pragma once
+// Turns a clipboard snapshot into a finished clip: blob file, thumbnail, link,
+// colour, file bookmarks, sizes, hash and search text. Never fails: a blob
+// that can't be written leaves a clip with its thumbnail and no file.
+// Any thread that may write the blob folder; the store calls it on the main thread.
+
+#include <string>
+
+#include "foundation/Log.h"
+#include "library/BlobStore.h"
+#include "library/Clip.h"
+#include "library/PasteboardSnapshot.h"
+
+namespace tamarind {
+
+class ClipBuilder {
+public:
+    // `originDeviceID` is this machine's identifier, stamped on every clip.
+    ClipBuilder(BlobStore blobStore, std::string originDeviceID)
+        : blobStore_(std::move(blobStore)), originDeviceID_(std::move(originDeviceID)) {}
+
+    Clip build(const PasteboardSnapshot& snapshot, ClipKind kind, bool isSensitive) const;
+
+    const BlobStore& blobStore() const { return blobStore_; }
+
+private:
+    BlobStore blobStore_;
+    std::string originDeviceID_;
+    Log log_{"library"};
+};
+
+}  // namespace tamarind

@@ -1,0 +1,104 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "capture/CapturePreferences.h"
+#include "support/ManualMainLoop.h"
+
+namespace tamarind {
+namespace {
+
+TEST(CapturePreferences, MissingKeysGiveTheDefaults) {
+    ManualMainLoop loop;
+    InMemoryDefaults defaults;
+    CapturePreferences preferences(defaults, loop);
+    EXPECT_FALSE(*preferences.isPaused());
+    EXPECT_EQ(*preferences.excludedBundleIDs(), CapturePreferences::defaultExcludedBundleIDs());
+    EXPECT_TRUE(preferences.excludedBundleIDs()->contains("com.apple.keychainaccess"));
+    EXPECT_TRUE(preferences.excludedBundleIDs()->contains("org.keepassxc.KeePassXC"));
+    EXPECT_EQ(*preferences.maximumClipCount(), 10000);
+    EXPECT_EQ(*preferences.maximumAgeInDays(), std::nullopt);
+    EXPECT_TRUE(*preferences.isOCREnabled());
+    EXPECT_TRUE(*preferences.isScreenshotHistoryEnabled());
+    EXPECT_TRUE(*preferences.isSensitiveDetectionEnabled());
+    EXPECT_FALSE(*preferences.deletesOriginalScreenshot());
+    EXPECT_EQ(*preferences.preferredColorFormat(), ColorFormat::hex);
+    EXPECT_EQ(*preferences.multiClipJoiner(), MultiClipJoiner::newline);
+    EXPECT_EQ(*preferences.multiClipCustomSeparator(), " | ");
+    EXPECT_EQ(*preferences.sensitiveHandling(), SensitiveHandling::storeBlurred);
+    EXPECT_EQ(*preferences.maximumMegabytes(), 0);
+    EXPECT_EQ(*preferences.minimumCharacters(), 0);
+    EXPECT_EQ(*preferences.autoResumeMinutes(), 0);
+    EXPECT_TRUE(defaults.dictionaryRepresentation().empty()) << "reading writes nothing";
+}
+
+TEST(CapturePreferences, StoredValuesFollowTheReadingRules) {
+    ManualMainLoop loop;
+    for (long long stored : {0LL, -5LL}) {
+        InMemoryDefaults defaults({{captureKeys::maximumClipCount, stored}, {captureKeys::maximumAgeInDays, stored}});
+        CapturePreferences preferences(defaults, loop);
+        EXPECT_EQ(*preferences.maximumClipCount(), 10000) << stored;
+        EXPECT_EQ(*preferences.maximumAgeInDays(), std::nullopt) << stored;
+    }
+    InMemoryDefaults defaults({{captureKeys::ocrEnabled, false},
+                               {captureKeys::sensitiveDetectionEnabled, false},
+                               {captureKeys::excludedBundleIDs, PlistArray{}},
+                               {captureKeys::maximumMegabytes, -2.0},
+                               {captureKeys::maximumAgeInDays, 30},
+                               {captureKeys::maximumClipCount, 50},
+                               {captureKeys::preferredColorFormat, "cmyk"},
+                               {captureKeys::multiClipJoiner, "comma"},
+                               {captureKeys::sensitiveHandling, "shred"},
+                               {captureKeys::isPaused, true}});
+    CapturePreferences preferences(defaults, loop);
+    EXPECT_FALSE(*preferences.isOCREnabled());
+    EXPECT_FALSE(*preferences.isSensitiveDetectionEnabled());
+    EXPECT_TRUE(preferences.excludedBundleIDs()->empty()) << "an emptied list must not refill itself";
+    EXPECT_EQ(*preferences.maximumMegabytes(), 0);
+    EXPECT_EQ(*preferences.maximumAgeInDays(), 30);
+    EXPECT_EQ(*preferences.maximumClipCount(), 50);
+    EXPECT_EQ(*preferences.preferredColorFormat(), ColorFormat::hex);
+    EXPECT_EQ(*preferences.multiClipJoiner(), MultiClipJoiner::comma);
+    EXPECT_EQ(*preferences.sensitiveHandling(), SensitiveHandling::storeBlurred);
+    EXPECT_TRUE(*preferences.isPaused());
+
+    InMemoryDefaults mixed({{captureKeys::excludedBundleIDs, PlistArray{"a", 1}}});
+    EXPECT_EQ(*CapturePreferences(mixed, loop).excludedBundleIDs(), CapturePreferences::defaultExcludedBundleIDs())
+        << "a key that holds no array of strings gives the default";
+}
+
+TEST(CapturePreferences, SettersNotifyAndWriteBackInTheStoredForm) {
+    ManualMainLoop loop;
+    InMemoryDefaults defaults;
+    CapturePreferences preferences(defaults, loop);
+    std::vector<bool> paused;
+    Subscription subscription = preferences.isPaused().subscribe([&](const bool& v) { paused.push_back(v); }, true);
+    preferences.setPaused(true);
+    preferences.setExcludedBundleIDs({"zeta", "Alpha", "beta"});
+    preferences.setMaximumAgeInDays(std::nullopt);
+    preferences.setMaximumMegabytes(2.5);
+    preferences.setSensitiveHandling(SensitiveHandling::skip);
+    preferences.setMultiClipJoiner(MultiClipJoiner::doubleNewline);
+    preferences.setPreferredColorFormat(ColorFormat::cssVariable);
+    loop.runUntilIdle();
+    EXPECT_THAT(paused, ::testing::ElementsAre(true));
+
+    PlistDictionary stored = defaults.dictionaryRepresentation();
+    EXPECT_EQ(stored.at(captureKeys::isPaused), PlistValue(true));
+    EXPECT_EQ(stored.at(captureKeys::excludedBundleIDs), PlistValue(PlistArray{"Alpha", "beta", "zeta"}));
+    EXPECT_EQ(stored.at(captureKeys::maximumAgeInDays), PlistValue(0));
+    EXPECT_EQ(stored.at(captureKeys::maximumMegabytes), PlistValue(2.5));
+    EXPECT_EQ(stored.at(captureKeys::sensitiveHandling), PlistValue("skip"));
+    EXPECT_EQ(stored.at(captureKeys::multiClipJoiner), PlistValue("doubleNewline"));
+    EXPECT_EQ(stored.at(captureKeys::preferredColorFormat), PlistValue("cssVariable"));
+
+    // A second reader sees what the first wrote.
+    CapturePreferences reread(defaults, loop);
+    EXPECT_EQ(*reread.sensitiveHandling(), SensitiveHandling::skip);
+    EXPECT_EQ(*reread.excludedBundleIDs(), (std::set<std::string>{"Alpha", "beta", "zeta"}));
+    reread.restoreDefaultExclusions();
+    EXPECT_EQ(defaults.stringArray(captureKeys::excludedBundleIDs)->size(),
+              CapturePreferences::defaultExcludedBundleIDs().size());
+}
+
+}  // namespace
+}  // namespace tamarind

@@ -47,11 +47,6 @@ const Regex& bareHexPattern() {
     return pattern;
 }
 
-const Regex& blankRunPattern() {
-    static const Regex pattern = *Regex::compile("[ \\t]+");
-    return pattern;
-}
-
 bool isCodeKeyword(std::string_view word) {
     static const std::unordered_set<std::string_view> keywords = {
         "func",   "function", "class",  "struct",  "enum",      "import",  "export",    "return",
@@ -128,20 +123,41 @@ bool looksLikeCode(std::string_view text) {
     if (semicolonLines > 1) score += 2;
     if (static_cast<double>(indentedLines) / static_cast<double>(lineList.size()) >= 0.3) score += 2;
 
-    // Words are runs of letters and "#"; everything else separates them.
-    std::string lower = lowercased(text);
+    // Words are runs of letters and "#" in the lower-cased text; everything else
+    // separates them. ASCII is lower-cased in place so that megabytes stay
+    // cheap; anything else is lower-cased alone, since a mapping can leave
+    // ASCII letters behind ("İ" becomes "i" and a combining dot).
     std::size_t keywordCount = 0;
     std::string word;
+    bool wordIsAscii = true;
     auto endWord = [&] {
-        if (!word.empty() && isCodeKeyword(word)) ++keywordCount;
+        if (!word.empty() && wordIsAscii && isCodeKeyword(word)) ++keywordCount;
         word.clear();
+        wordIsAscii = true;
+    };
+    auto take = [&](char32_t c) {
+        if (c == U'#' || (c >= U'a' && c <= U'z')) {
+            word += static_cast<char>(c);
+        } else if (c >= U'A' && c <= U'Z') {
+            word += static_cast<char>(c - U'A' + U'a');
+        } else if (c >= 0x80 && isLetter(c)) {
+            word += '?';  // keeps the word going; no keyword holds it
+            wordIsAscii = false;
+        } else {
+            endWord();
+        }
     };
     std::size_t offset = 0;
-    while (offset < lower.size()) {
-        std::size_t start = offset;
-        char32_t c = decodeCodePoint(lower, offset);
-        if (c == U'#' || isLetter(c)) word.append(lower, start, offset - start);
-        else endWord();
+    while (offset < text.size()) {
+        auto byte = static_cast<unsigned char>(text[offset]);
+        if (byte < 0x80) {
+            ++offset;
+            take(byte);
+            continue;
+        }
+        std::string single;
+        appendUtf8(single, decodeCodePoint(text, offset));
+        forEachCodePoint(lowercased(single), take);
     }
     endWord();
     if (keywordCount > 2) score += 2;
@@ -170,7 +186,21 @@ std::optional<std::string> normalizedHex(std::string_view text) {
 }
 
 std::string textHash(std::string_view text) {
-    return sha256Hex(blankRunPattern().replacingAllMatches(trimmed(text), " "));
+    // Each run of blanks and tabs ("[ \t]+") becomes one blank; a byte loop, as
+    // both are ASCII and a megabyte of text should hash in about a millisecond.
+    std::string_view content = trimmed(text);
+    std::string folded;
+    folded.reserve(content.size());
+    for (std::size_t i = 0; i < content.size(); ++i) {
+        char c = content[i];
+        if (c != ' ' && c != '\t') {
+            folded += c;
+            continue;
+        }
+        folded += ' ';
+        while (i + 1 < content.size() && (content[i + 1] == ' ' || content[i + 1] == '\t')) ++i;
+    }
+    return sha256Hex(folded);
 }
 
 std::string contentHash(const PasteboardSnapshot& snapshot, ClipKind kind) {

@@ -89,6 +89,10 @@ TEST(LooksLikeCode, ScoresAboveThreeAndNeverUnderThreeLines) {
     // Indentation: 1 of 4 lines is under 0.3; 2 of 4 is over.
     EXPECT_FALSE(looksLikeCode("{\n  a\nb\n}"));
     EXPECT_TRUE(looksLikeCode("{\n  a\n\tb\n}"));
+    // Words are cut in the lower-cased text: "İ" lower-cases to "i" and a combining dot, which ends a word.
+    EXPECT_TRUE(looksLikeCode("{\n\u0130for \u0130for\n\u0130for }"));
+    EXPECT_FALSE(looksLikeCode("{\n\u00E9for \u00E9for\n\u00E9for }")) << "\u00E9for is one word";
+    EXPECT_TRUE(looksLikeCode("{\nFOR While\nIF }")) << "keywords match in any case";
     std::string huge = "{\n" + std::string(200000, 'x') + "\n}";
     EXPECT_FALSE(looksLikeCode(huge));
 }

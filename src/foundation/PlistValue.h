@@ -4,7 +4,7 @@
 // of those. And its XML file form, which the settings file and anything that
 // trades settings with other programs share.
 //
-// A plain value: any thread may use its own copies.
+// A plain value: any thread may use its own copies, and call the codec functions.
 
 #include <concepts>
 #include <cstdint>
@@ -86,11 +86,18 @@ struct PlistValue {
 
 std::ostream& operator<<(std::ostream& stream, const PlistValue& value);
 
-// The XML property-list text of a dictionary, as Apple's tools and libplist read it. Dates keep their
-// fractional seconds and any year; doubles are written with the shortest digits that read back bit for bit.
-// Absent when a string or key holds a NUL character, which XML cannot carry; isStorableInPlist tells first.
-std::optional<std::string> encodePlistXml(const PlistDictionary& dictionary);
+// How many arrays and dictionaries may nest in a stored dictionary, its own level not counted: far more than
+// settings need, and a cap so that a crafted file can't exhaust the stack when read.
+constexpr int kMaxPlistDepth = 512;
+
+// Whether an entry of a dictionary can be written: no NUL character in a string or key (XML can't carry one),
+// dates within the years 1 to 9999 (an ISO 8601 year has four digits), nesting within kMaxPlistDepth.
 bool isStorableInPlist(std::string_view key, const PlistValue& value);
+
+// The XML property-list text of a dictionary, as Apple's tools and libplist read it. Dates keep their
+// fractional seconds (exactly from 2001 on, see Date::iso8601); doubles are written with the shortest digits
+// that read back bit for bit. Absent when an entry is not storable.
+std::optional<std::string> encodePlistXml(const PlistDictionary& dictionary);
 
 // The dictionary in an XML or binary ("bplist00") property list, or why there is none: not a property list,
 // truncated, a top level that is not a dictionary, or a date, number or base64 that can't be read exactly

@@ -3,12 +3,13 @@
 // case mappings, the folds that search uses, lines, and per-code-point properties. This module
 // and Regex are the only places that talk to ICU.
 //
-// Pure functions; any thread may call.
+// Pure functions; any thread may call (each thread keeps its own ICU iterators and fold cache).
 //
 // Text is UTF-8. Ill-formed bytes never crash anything: they read as U+FFFD, one per maximal
 // ill-formed subsequence (ICU's and the WHATWG decoder's count), so "\xE2\x82" is one U+FFFD and
 // "\xFF\xFE" two. Functions returning views into their input leave such bytes as they are;
-// functions building a new string write U+FFFD in their place, so what they return is valid UTF-8.
+// functions that transform text (case, folds, replacingNewlinesWithSpaces, validUtf8) write U+FFFD
+// in their place, so what they return is valid UTF-8. join only concatenates.
 
 #include <compare>
 #include <cstddef>
@@ -21,10 +22,10 @@ namespace tamarind {
 
 // --- Code points ---------------------------------------------------------------------------------
 
-inline constexpr char32_t replacementCharacter = U'\uFFFD';
+inline constexpr char32_t kReplacementCharacter = U'\uFFFD';
 
-// Decodes the code point starting at `offset` (which must be < text.size()) and moves `offset`
-// past it; an ill-formed subsequence gives U+FFFD.
+// Decodes the code point starting at `offset` and moves `offset` past it; an ill-formed
+// subsequence gives U+FFFD. At or past the end: U+FFFD, and `offset` stays.
 char32_t decodeCodePoint(std::string_view text, std::size_t& offset);
 
 // Calls `callback(char32_t)` for each code point in order. A callback returning bool stops the
@@ -93,8 +94,8 @@ std::string searchFold(std::string_view text);
 // Full case fold and NFC, diacritics kept: "Straße" -> "strasse", "Café" -> "café".
 std::string caseInsensitiveFold(std::string_view text);
 
-// Case- and diacritic-insensitive substring test on searchFold of both sides; an empty needle
-// is never contained.
+// Case- and diacritic-insensitive substring test on searchFold of both sides. An empty needle,
+// or one that folds to nothing (only combining marks), is never contained.
 bool localizedStandardContains(std::string_view haystack, std::string_view needle);
 // Case-insensitive, diacritic-sensitive substring test on caseInsensitiveFold of both sides; an
 // empty needle is never contained.

@@ -46,5 +46,12 @@ void BM_Thumbnail(benchmark::State& state) {
 }
 BENCHMARK(BM_Thumbnail)->Args({3840, 2160})->Args({100, 100})->Unit(benchmark::kMillisecond);
 
+void BM_ThumbnailOfScreenshotLikeImage(benchmark::State& state) {
+    Data png = makeScreenshotLikePng(3840, 2160);
+    for (auto _ : state) benchmark::DoNotOptimize(makeThumbnail(png));
+    state.counters["png_bytes"] = static_cast<double>(png.size());
+}
+BENCHMARK(BM_ThumbnailOfScreenshotLikeImage)->Unit(benchmark::kMillisecond);
+
 }  // namespace
 }  // namespace tamarind

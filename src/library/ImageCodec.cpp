@@ -76,8 +76,10 @@ std::optional<Data> makeThumbnail(const Data& image) {
     int newWidth = std::max(1, static_cast<int>(std::lround(width * scale)));
     int newHeight = std::max(1, static_cast<int>(std::lround(height * scale)));
 
-    bool hasAlpha = pixGetSpp(pix.get()) == 4 && pixGetDepth(pix.get()) == 32;
-    PixPtr rgb(hasAlpha ? pixClone(pix.get()) : pixConvertTo32(pix.get()));
+    // A 32-bit image is used as it is: converting it would copy 33 MB for a 4K screenshot.
+    bool isRgb = pixGetDepth(pix.get()) == 32;
+    bool hasAlpha = isRgb && pixGetSpp(pix.get()) == 4;
+    PixPtr rgb(isRgb ? pixClone(pix.get()) : pixConvertTo32(pix.get()));
     if (!rgb) return std::nullopt;
     if (!hasAlpha) pixSetSpp(rgb.get(), 3);
     PixPtr scaled;

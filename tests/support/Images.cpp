@@ -21,7 +21,43 @@ void put32(Data& out, std::uint32_t value) {
 
 }  // namespace
 
-Data makeBmp(int width, int height) {
+namespace {
+
+using PixelFunction = std::uint32_t (*)(int x, int y, int width, int height);
+
+std::uint32_t gradient(int x, int y, int width, int height) {
+    auto r = static_cast<std::uint32_t>(x * 255 / std::max(1, width - 1));
+    auto g = static_cast<std::uint32_t>(y * 255 / std::max(1, height - 1));
+    auto b = static_cast<std::uint32_t>((x + y) & 0xFF);
+    return r << 16 | g << 8 | b;
+}
+
+std::uint32_t screenshotLike(int x, int y, int width, int height) {
+    // Windows of flat colour in a 6 by 4 grid; one band of rows in each holds "text".
+    int cellX = x * 6 / width, cellY = y * 4 / height;
+    std::uint32_t flat = 0x202020u + static_cast<std::uint32_t>((cellX * 37 + cellY * 91) % 200) * 0x010101u;
+    int rowInCell = (y * 4) % height * 5 / height;
+    if (rowInCell != 2) return flat;
+    std::uint32_t hash = static_cast<std::uint32_t>(x) * 2654435761u ^ static_cast<std::uint32_t>(y) * 40503u;
+    hash ^= hash >> 13;
+    return hash & 1 ? 0x000000u : (hash & 0xFFFFFFu);
+}
+
+Data makeBmpWith(int width, int height, PixelFunction pixel);
+
+}  // namespace
+
+Data makeBmp(int width, int height) { return makeBmpWith(width, height, gradient); }
+
+Data makeScreenshotLikePng(int width, int height) {
+    auto png = convertToPng(makeBmpWith(width, height, screenshotLike));
+    if (!png) throw std::runtime_error("the codec could not encode a test image");
+    return *png;
+}
+
+namespace {
+
+Data makeBmpWith(int width, int height, PixelFunction pixel) {
     const std::uint32_t rowSize = (static_cast<std::uint32_t>(width) * 3 + 3) & ~3u;
     const std::uint32_t pixelBytes = rowSize * static_cast<std::uint32_t>(height);
     Data out;
@@ -44,14 +80,17 @@ Data makeBmp(int width, int height) {
     for (int y = 0; y < height; ++y) {
         std::uint32_t written = 0;
         for (int x = 0; x < width; ++x, written += 3) {
-            out.push_back(static_cast<std::uint8_t>(x * 255 / std::max(1, width - 1)));
-            out.push_back(static_cast<std::uint8_t>(y * 255 / std::max(1, height - 1)));
-            out.push_back(static_cast<std::uint8_t>((x + y) & 0xFF));
+            std::uint32_t rgb = pixel(x, y, width, height);
+            out.push_back(static_cast<std::uint8_t>(rgb));  // BMP stores blue, green, red
+            out.push_back(static_cast<std::uint8_t>(rgb >> 8));
+            out.push_back(static_cast<std::uint8_t>(rgb >> 16));
         }
         for (; written < rowSize; ++written) out.push_back(0);
     }
     return out;
 }
+
+}  // namespace
 
 Data makePng(int width, int height) {
     auto png = convertToPng(makeBmp(width, height));

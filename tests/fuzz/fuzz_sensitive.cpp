@@ -1,7 +1,7 @@
 // Feeds arbitrary bytes to the sensitive-content detector, which sees every captured text. It must
 // never crash, hang or throw, and its answers must hang together: white space at the ends changes
-// nothing, each verdict agrees with the helper that gave it, the hand-written web-token scan agrees
-// with the expression it stands in for, and digits count the same in any script.
+// nothing, each verdict agrees with the helper that gave it, the web-token and card scans agree
+// with the expressions read literally, and digits count the same in any script.
 
 #include <cstddef>
 #include <cstdint>
@@ -30,6 +30,20 @@ const std::optional<Regex>& webTokenExpression() {
     static const std::optional<Regex> expression =
         Regex::compile("eyJ[A-Za-z0-9_-]{8,}\\.[A-Za-z0-9_-]{8,}\\.[A-Za-z0-9_-]*");
     return expression;
+}
+
+// The card rule read literally: the expression over the whole text, each match's digits counted
+// and checked. The detector runs it only over the stretches that can hold a card number.
+bool hasCardByTheExpression(std::string_view text) {
+    const std::optional<Regex> expression = Regex::compile("(?<![0-9])(?:[0-9]{4}[ -]?){3,4}[0-9]{1,4}(?![0-9])");
+    if (!expression) return false;
+    for (const RegexMatch& match : expression->allMatches(text)) {
+        std::string digits;
+        for (char c : match.text(text))
+            if (c >= '0' && c <= '9') digits += c;
+        if (digits.size() >= 13 && digits.size() <= 19 && passesLuhn(digits)) return true;
+    }
+    return false;
 }
 
 // The same digits, fullwidth: the non-ASCII way through the Luhn check.
@@ -62,6 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     if (size <= kMaxCheckedBytes && !hasKey && webTokenExpression())
         require((verdict == SensitiveVerdict::webToken) == webTokenExpression()->containsMatch(inner));
+    if (size <= kMaxCheckedBytes) require(hasCard == hasCardByTheExpression(inner));
 
     // Luhn on the input as it is, and on its ASCII digits in both forms.
     const bool luhn = passesLuhn(text);

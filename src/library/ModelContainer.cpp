@@ -1,0 +1,604 @@
+#include "library/ModelContainer.h"
+
+#include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
+#include <SQLiteCpp/Transaction.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "foundation/Text.h"
+
+namespace tamarind {
+
+namespace {
+
+// One column per record field, named as the field. The large blobs live in
+// clip_media so that scans of clip never page through them; searchFolded is
+// the folded searchText that the trigram index covers.
+constexpr const char* kSchema = R"SQL(
+CREATE TABLE IF NOT EXISTS meta (key TEXT PRIMARY KEY, value TEXT NOT NULL);
+CREATE TABLE IF NOT EXISTS clip (
+  pk INTEGER PRIMARY KEY,
+  id TEXT NOT NULL,
+  createdAt REAL NOT NULL DEFAULT 0,
+  lastUsedAt REAL,
+  useCount INTEGER NOT NULL DEFAULT 0,
+  kind TEXT NOT NULL DEFAULT 'text',
+  isFavorite INTEGER NOT NULL DEFAULT 0,
+  isPinned INTEGER NOT NULL DEFAULT 0,
+  isSensitive INTEGER NOT NULL DEFAULT 0,
+  text TEXT,
+  richTextData BLOB,
+  htmlString TEXT,
+  urlString TEXT,
+  hexColor TEXT,
+  fileBookmarks BLOB,
+  blobFilename TEXT,
+  sourceAppBundleID TEXT,
+  sourceAppName TEXT,
+  charCount INTEGER NOT NULL DEFAULT 0,
+  imageWidth INTEGER NOT NULL DEFAULT 0,
+  imageHeight INTEGER NOT NULL DEFAULT 0,
+  byteSize INTEGER NOT NULL DEFAULT 0,
+  searchText TEXT NOT NULL DEFAULT '',
+  ocrText TEXT,
+  boardColumn TEXT,
+  sortIndex REAL NOT NULL DEFAULT 0,
+  multiClipData BLOB,
+  reminderDate REAL,
+  reminderAppBundleID TEXT,
+  reminderDelivered INTEGER NOT NULL DEFAULT 0,
+  aiTitle TEXT,
+  aiTitleAttemptedAt REAL,
+  aiSuggestedCollectionID TEXT,
+  aiCategorizedAt REAL,
+  expansionTrigger TEXT,
+  deletedAt REAL,
+  originDeviceID TEXT,
+  contentHash TEXT NOT NULL DEFAULT '',
+  searchFolded TEXT NOT NULL DEFAULT ''
+);
+CREATE UNIQUE INDEX IF NOT EXISTS clip_id ON clip(id);
+CREATE INDEX IF NOT EXISTS clip_created ON clip(createdAt);
+CREATE INDEX IF NOT EXISTS clip_hash ON clip(contentHash, createdAt);
+CREATE INDEX IF NOT EXISTS clip_used ON clip(useCount, createdAt);
+CREATE INDEX IF NOT EXISTS clip_size ON clip(byteSize, createdAt);
+CREATE INDEX IF NOT EXISTS clip_deleted ON clip(deletedAt) WHERE deletedAt IS NOT NULL;
+CREATE TABLE IF NOT EXISTS clip_media (
+  clipPk INTEGER PRIMARY KEY REFERENCES clip(pk) ON DELETE CASCADE,
+  thumbnailData BLOB,
+  fullImageData BLOB
+);
+CREATE TABLE IF NOT EXISTS collection (
+  id TEXT PRIMARY KEY,
+  name TEXT NOT NULL DEFAULT '',
+  iconName TEXT NOT NULL DEFAULT 'folder',
+  colorHex TEXT NOT NULL DEFAULT '#3B5BFD',
+  sortIndex REAL NOT NULL DEFAULT 0,
+  createdAt REAL NOT NULL DEFAULT 0,
+  viewMode TEXT NOT NULL DEFAULT 'list',
+  boardColumnsData BLOB
+);
+-- Deleting either side removes only the membership (nullify on both sides).
+CREATE TABLE IF NOT EXISTS clip_collection (
+  clipPk INTEGER NOT NULL REFERENCES clip(pk) ON DELETE CASCADE,
+  collectionID TEXT NOT NULL REFERENCES collection(id) ON DELETE CASCADE,
+  PRIMARY KEY (clipPk, collectionID)
+) WITHOUT ROWID;
+CREATE INDEX IF NOT EXISTS clip_collection_by_collection ON clip_collection(collectionID);
+CREATE TABLE IF NOT EXISTS sync_device (
+  id TEXT PRIMARY KEY,
+  deviceID TEXT NOT NULL DEFAULT '',
+  name TEXT NOT NULL DEFAULT '',
+  modelIdentifier TEXT NOT NULL DEFAULT '',
+  appVersion TEXT NOT NULL DEFAULT '',
+  firstSeenAt REAL NOT NULL DEFAULT 0,
+  lastSeenAt REAL NOT NULL DEFAULT 0
+);
+CREATE VIRTUAL TABLE IF NOT EXISTS clip_search USING fts5(
+  searchFolded, content='clip', content_rowid='pk', tokenize='trigram case_sensitive 1', detail='none');
+CREATE TRIGGER IF NOT EXISTS clip_search_insert AFTER INSERT ON clip BEGIN
+  INSERT INTO clip_search(rowid, searchFolded) VALUES (new.pk, new.searchFolded);
+END;
+CREATE TRIGGER IF NOT EXISTS clip_search_delete AFTER DELETE ON clip BEGIN
+  INSERT INTO clip_search(clip_search, rowid, searchFolded) VALUES ('delete', old.pk, old.searchFolded);
+END;
+CREATE TRIGGER IF NOT EXISTS clip_search_update AFTER UPDATE OF searchFolded ON clip BEGIN
+  INSERT INTO clip_search(clip_search, rowid, searchFolded) VALUES ('delete', old.pk, old.searchFolded);
+  INSERT INTO clip_search(rowid, searchFolded) VALUES (new.pk, new.searchFolded);
+END;
+)SQL";
+
+constexpr const char* kClipColumns =
+    "clip.pk, id, createdAt, lastUsedAt, useCount, kind, isFavorite, isPinned, isSensitive, text, richTextData, "
+    "htmlString, urlString, hexColor, fileBookmarks, blobFilename, sourceAppBundleID, sourceAppName, charCount, "
+    "imageWidth, imageHeight, byteSize, searchText, ocrText, boardColumn, sortIndex, multiClipData, reminderDate, "
+    "reminderAppBundleID, reminderDelivered, aiTitle, aiTitleAttemptedAt, aiSuggestedCollectionID, "
+    "aiCategorizedAt, expansionTrigger, deletedAt, originDeviceID, contentHash";
+
+constexpr const char* kClipAssignments =
+    "id = ?1, createdAt = ?2, lastUsedAt = ?3, useCount = ?4, kind = ?5, isFavorite = ?6, isPinned = ?7, "
+    "isSensitive = ?8, text = ?9, richTextData = ?10, htmlString = ?11, urlString = ?12, hexColor = ?13, "
+    "fileBookmarks = ?14, blobFilename = ?15, sourceAppBundleID = ?16, sourceAppName = ?17, charCount = ?18, "
+    "imageWidth = ?19, imageHeight = ?20, byteSize = ?21, searchText = ?22, ocrText = ?23, boardColumn = ?24, "
+    "sortIndex = ?25, multiClipData = ?26, reminderDate = ?27, reminderAppBundleID = ?28, "
+    "reminderDelivered = ?29, aiTitle = ?30, aiTitleAttemptedAt = ?31, aiSuggestedCollectionID = ?32, "
+    "aiCategorizedAt = ?33, expansionTrigger = ?34, deletedAt = ?35, originDeviceID = ?36, contentHash = ?37, "
+    "searchFolded = ?38";
+
+constexpr const char* kClipInsert =
+    "INSERT INTO clip(id, createdAt, lastUsedAt, useCount, kind, isFavorite, isPinned, isSensitive, text,"
+    " richTextData, htmlString, urlString, hexColor, fileBookmarks, blobFilename, sourceAppBundleID, "
+    "sourceAppName, charCount, imageWidth, imageHeight, byteSize, searchText, ocrText, boardColumn, "
+    "sortIndex, multiClipData, reminderDate, reminderAppBundleID, reminderDelivered, aiTitle, "
+    "aiTitleAttemptedAt, aiSuggestedCollectionID, aiCategorizedAt, expansionTrigger, deletedAt, "
+    "originDeviceID, contentHash, searchFolded) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, "
+    "?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21, ?22, ?23, ?24, ?25, ?26, ?27, ?28, ?29, ?30, ?31, "
+    "?32, ?33, ?34, ?35, ?36, ?37, ?38)";
+
+void bindText(SQLite::Statement& statement, int index, const std::optional<std::string>& value) {
+    if (value) statement.bind(index, *value);
+    else statement.bind(index);
+}
+
+void bindData(SQLite::Statement& statement, int index, const std::optional<Data>& value) {
+    if (value) statement.bind(index, value->data(), static_cast<int>(value->size()));
+    else statement.bind(index);
+}
+
+void bindDate(SQLite::Statement& statement, int index, const std::optional<Date>& value) {
+    if (value) statement.bind(index, value->secondsSinceReferenceDate());
+    else statement.bind(index);
+}
+
+void bindClip(SQLite::Statement& s, const Clip& clip) {
+    s.bind(1, clip.id.uuidString());
+    s.bind(2, clip.createdAt.secondsSinceReferenceDate());
+    bindDate(s, 3, clip.lastUsedAt);
+    s.bind(4, static_cast<std::int64_t>(clip.useCount));
+    s.bind(5, clip.kind);
+    s.bind(6, clip.isFavorite ? 1 : 0);
+    s.bind(7, clip.isPinned ? 1 : 0);
+    s.bind(8, clip.isSensitive ? 1 : 0);
+    bindText(s, 9, clip.text);
+    bindData(s, 10, clip.richTextData);
+    bindText(s, 11, clip.htmlString);
+    bindText(s, 12, clip.urlString);
+    bindText(s, 13, clip.hexColor);
+    bindData(s, 14, clip.fileBookmarks);
+    bindText(s, 15, clip.blobFilename);
+    bindText(s, 16, clip.sourceAppBundleID);
+    bindText(s, 17, clip.sourceAppName);
+    s.bind(18, static_cast<std::int64_t>(clip.charCount));
+    s.bind(19, static_cast<std::int64_t>(clip.imageWidth));
+    s.bind(20, static_cast<std::int64_t>(clip.imageHeight));
+    s.bind(21, static_cast<std::int64_t>(clip.byteSize));
+    s.bind(22, clip.searchText);
+    bindText(s, 23, clip.ocrText);
+    bindText(s, 24, clip.boardColumn);
+    s.bind(25, clip.sortIndex);
+    bindData(s, 26, clip.multiClipData);
+    bindDate(s, 27, clip.reminderDate);
+    bindText(s, 28, clip.reminderAppBundleID);
+    s.bind(29, clip.reminderDelivered ? 1 : 0);
+    bindText(s, 30, clip.aiTitle);
+    bindDate(s, 31, clip.aiTitleAttemptedAt);
+    if (clip.aiSuggestedCollectionID) s.bind(32, clip.aiSuggestedCollectionID->uuidString());
+    else s.bind(32);
+    bindDate(s, 33, clip.aiCategorizedAt);
+    bindText(s, 34, clip.expansionTrigger);
+    bindDate(s, 35, clip.deletedAt);
+    bindText(s, 36, clip.originDeviceID);
+    s.bind(37, clip.contentHash);
+    s.bind(38, searchFold(clip.searchText));
+}
+
+std::optional<std::string> columnText(SQLite::Statement& s, int index) {
+    SQLite::Column column = s.getColumn(index);
+    if (column.isNull()) return std::nullopt;
+    return column.getString();
+}
+
+std::optional<Data> columnData(SQLite::Statement& s, int index) {
+    SQLite::Column column = s.getColumn(index);
+    if (column.isNull()) return std::nullopt;
+    auto bytes = static_cast<const std::uint8_t*>(column.getBlob());
+    return Data(bytes, bytes + column.getBytes());
+}
+
+std::optional<Date> columnDate(SQLite::Statement& s, int index) {
+    SQLite::Column column = s.getColumn(index);
+    if (column.isNull()) return std::nullopt;
+    return Date::fromReferenceSeconds(column.getDouble());
+}
+
+// A stored id that doesn't parse (written by hand, say) reads as the nil id rather than failing the fetch.
+Uuid columnUuid(SQLite::Statement& s, int index) {
+    return Uuid::parse(s.getColumn(index).getString()).value_or(Uuid());
+}
+
+Clip readClip(SQLite::Statement& s) {
+    Clip clip;
+    clip.id = columnUuid(s, 1);
+    clip.createdAt = Date::fromReferenceSeconds(s.getColumn(2).getDouble());
+    clip.lastUsedAt = columnDate(s, 3);
+    clip.useCount = s.getColumn(4).getInt64();
+    clip.kind = s.getColumn(5).getString();
+    clip.isFavorite = s.getColumn(6).getInt() != 0;
+    clip.isPinned = s.getColumn(7).getInt() != 0;
+    clip.isSensitive = s.getColumn(8).getInt() != 0;
+    clip.text = columnText(s, 9);
+    clip.richTextData = columnData(s, 10);
+    clip.htmlString = columnText(s, 11);
+    clip.urlString = columnText(s, 12);
+    clip.hexColor = columnText(s, 13);
+    clip.fileBookmarks = columnData(s, 14);
+    clip.blobFilename = columnText(s, 15);
+    clip.sourceAppBundleID = columnText(s, 16);
+    clip.sourceAppName = columnText(s, 17);
+    clip.charCount = s.getColumn(18).getInt64();
+    clip.imageWidth = s.getColumn(19).getInt64();
+    clip.imageHeight = s.getColumn(20).getInt64();
+    clip.byteSize = s.getColumn(21).getInt64();
+    clip.searchText = s.getColumn(22).getString();
+    clip.ocrText = columnText(s, 23);
+    clip.boardColumn = columnText(s, 24);
+    clip.sortIndex = s.getColumn(25).getDouble();
+    clip.multiClipData = columnData(s, 26);
+    clip.reminderDate = columnDate(s, 27);
+    clip.reminderAppBundleID = columnText(s, 28);
+    clip.reminderDelivered = s.getColumn(29).getInt() != 0;
+    clip.aiTitle = columnText(s, 30);
+    clip.aiTitleAttemptedAt = columnDate(s, 31);
+    if (auto suggested = columnText(s, 32)) clip.aiSuggestedCollectionID = Uuid::parse(*suggested);
+    clip.aiCategorizedAt = columnDate(s, 33);
+    clip.expansionTrigger = columnText(s, 34);
+    clip.deletedAt = columnDate(s, 35);
+    clip.originDeviceID = columnText(s, 36);
+    clip.contentHash = s.getColumn(37).getString();
+    return clip;
+}
+
+void bindCollection(SQLite::Statement& s, const Collection& collection) {
+    s.bind(1, collection.id.uuidString());
+    s.bind(2, collection.name);
+    s.bind(3, collection.iconName);
+    s.bind(4, collection.colorHex);
+    s.bind(5, collection.sortIndex);
+    s.bind(6, collection.createdAt.secondsSinceReferenceDate());
+    s.bind(7, collection.viewMode);
+    bindData(s, 8, collection.boardColumnsData);
+}
+
+void bindDevice(SQLite::Statement& s, const SyncDevice& device) {
+    s.bind(1, device.id.uuidString());
+    s.bind(2, device.deviceID);
+    s.bind(3, device.name);
+    s.bind(4, device.modelIdentifier);
+    s.bind(5, device.appVersion);
+    s.bind(6, device.firstSeenAt.secondsSinceReferenceDate());
+    s.bind(7, device.lastSeenAt.secondsSinceReferenceDate());
+}
+
+void bindParameters(SQLite::Statement& statement,
+                    const std::vector<std::variant<std::int64_t, double, std::string>>& parameters) {
+    int index = 1;
+    for (const auto& parameter : parameters) {
+        std::visit([&](const auto& value) { statement.bind(index, value); }, parameter);
+        ++index;
+    }
+}
+
+void configure(SQLite::Database& database) {
+    database.exec("PRAGMA foreign_keys = ON");
+    database.exec("PRAGMA synchronous = NORMAL");
+    database.setBusyTimeout(5000);  // the command line may hold the write lock for a moment
+}
+
+}  // namespace
+
+ModelContainer::ModelContainer(std::unique_ptr<SQLite::Database> database, std::optional<std::filesystem::path> file)
+    : database_(std::move(database)), file_(std::move(file)) {}
+
+ModelContainer::~ModelContainer() = default;
+
+ModelContainer::OpenResult ModelContainer::open(const std::filesystem::path& file) {
+    try {
+        // Create the file ourselves so that it is user-only from the first byte.
+        int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        if (fd < 0) return std::string("open ") + file.string() + ": " + std::strerror(errno);
+        ::close(fd);
+        auto database = std::make_unique<SQLite::Database>(file, SQLite::OPEN_READWRITE);
+        configure(*database);
+        // A file that is not a database fails here, before anything is written to it.
+        database->exec("SELECT count(*) FROM sqlite_master");
+        auto storedVersion = [&]() -> std::optional<std::string> {
+            if (!database->tableExists("meta")) return std::nullopt;
+            SQLite::Statement query(*database, "SELECT value FROM meta WHERE key = 'schemaVersion'");
+            if (!query.executeStep()) return std::nullopt;
+            return query.getColumn(0).getString();
+        }();
+        if (storedVersion && *storedVersion != kSchemaVersion)
+            return "unsupported schema version " + *storedVersion + " in " + file.string();
+        bool isNew = !storedVersion;
+        if (isNew && database->execAndGet("SELECT count(*) FROM sqlite_master").getInt() > 0)
+            return file.string() + " is a database of another program";
+        std::string mode = database->execAndGet("PRAGMA journal_mode = WAL").getString();
+        if (mode != "wal") return "could not switch " + file.string() + " to WAL (" + mode + ")";
+        if (isNew) {
+            SQLite::Transaction transaction(*database);
+            database->exec(kSchema);
+            database->exec(std::string("INSERT INTO meta(key, value) VALUES ('schemaVersion', '") + kSchemaVersion +
+                           "')");
+            transaction.commit();
+        }
+        for (const char* companion : {"-wal", "-shm"}) ::chmod((file.string() + companion).c_str(), 0600);
+        return std::unique_ptr<ModelContainer>(new ModelContainer(std::move(database), file));
+    } catch (const std::exception& error) {
+        return std::string(error.what());
+    }
+}
+
+ModelContainer::OpenResult ModelContainer::openInMemory() {
+    try {
+        auto database = std::make_unique<SQLite::Database>(":memory:", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+        configure(*database);
+        database->exec(kSchema);
+        database->exec(std::string("INSERT INTO meta(key, value) VALUES ('schemaVersion', '") + kSchemaVersion + "')");
+        return std::unique_ptr<ModelContainer>(new ModelContainer(std::move(database), std::nullopt));
+    } catch (const std::exception& error) {
+        return std::string(error.what());
+    }
+}
+
+void ModelContainer::beginChanges() {
+    if (isInTransaction_) return;
+    database_->exec("BEGIN IMMEDIATE");
+    isInTransaction_ = true;
+}
+
+std::optional<std::string> ModelContainer::save() {
+    if (!isInTransaction_) return std::nullopt;
+    try {
+        database_->exec("COMMIT");
+        isInTransaction_ = false;
+        return std::nullopt;
+    } catch (const std::exception& error) {
+        // SQLite rolls back by itself on some errors (a full disk); then nothing is pending any more.
+        if (sqlite3_get_autocommit(database_->getHandle())) isInTransaction_ = false;
+        return std::string(error.what());
+    }
+}
+
+void ModelContainer::writeMemberships(std::int64_t clipPk, const std::vector<Uuid>& collectionIDs) {
+    SQLite::Statement clear(*database_, "DELETE FROM clip_collection WHERE clipPk = ?");
+    clear.bind(1, clipPk);
+    clear.exec();
+    // An id with no collection is passed over.
+    SQLite::Statement add(*database_,
+                          "INSERT OR IGNORE INTO clip_collection(clipPk, collectionID) "
+                          "SELECT ?1, id FROM collection WHERE id = ?2");
+    for (const Uuid& id : collectionIDs) {
+        add.bind(1, clipPk);
+        add.bind(2, id.uuidString());
+        add.exec();
+        add.reset();
+    }
+}
+
+void ModelContainer::writeMedia(std::int64_t clipPk, const Clip& clip) {
+    SQLite::Statement media(*database_,
+                            "INSERT INTO clip_media(clipPk, thumbnailData, fullImageData) VALUES (?1, ?2, ?3) "
+                            "ON CONFLICT(clipPk) DO UPDATE SET thumbnailData = ?2, fullImageData = ?3");
+    media.bind(1, clipPk);
+    bindData(media, 2, clip.thumbnailData);
+    bindData(media, 3, clip.fullImageData);
+    media.exec();
+}
+
+std::optional<std::int64_t> ModelContainer::primaryKey(const Uuid& id) {
+    SQLite::Statement query(*database_, "SELECT pk FROM clip WHERE id = ?");
+    query.bind(1, id.uuidString());
+    if (!query.executeStep()) return std::nullopt;
+    return query.getColumn(0).getInt64();
+}
+
+void ModelContainer::insert(const Clip& clip) {
+    beginChanges();
+    SQLite::Statement statement(*database_, kClipInsert);
+    bindClip(statement, clip);
+    statement.exec();
+    std::int64_t pk = database_->getLastInsertRowid();
+    writeMedia(pk, clip);
+    writeMemberships(pk, clip.collectionIDs);
+}
+
+void ModelContainer::update(const Clip& clip) {
+    auto pk = primaryKey(clip.id);
+    if (!pk) return;
+    beginChanges();
+    SQLite::Statement fill(*database_, std::string("UPDATE clip SET ") + kClipAssignments + " WHERE pk = ?39");
+    bindClip(fill, clip);
+    fill.bind(39, *pk);
+    fill.exec();
+    writeMedia(*pk, clip);
+    writeMemberships(*pk, clip.collectionIDs);
+}
+
+void ModelContainer::remove(const Uuid& id) {
+    beginChanges();
+    SQLite::Statement statement(*database_, "DELETE FROM clip WHERE id = ?");
+    statement.bind(1, id.uuidString());
+    statement.exec();
+}
+
+void ModelContainer::removeAllClips() {
+    beginChanges();
+    database_->exec("DELETE FROM clip_collection; DELETE FROM clip_media; DELETE FROM clip;");
+}
+
+void ModelContainer::insert(const Collection& collection) {
+    beginChanges();
+    SQLite::Statement statement(*database_,
+                                "INSERT INTO collection(id, name, iconName, colorHex, sortIndex, createdAt, viewMode, "
+                                "boardColumnsData) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
+    bindCollection(statement, collection);
+    statement.exec();
+    writeCollectionMembers(collection);
+}
+
+void ModelContainer::update(const Collection& collection) {
+    beginChanges();
+    SQLite::Statement statement(*database_,
+                                "UPDATE collection SET name = ?2, iconName = ?3, colorHex = ?4, sortIndex = ?5, "
+                                "createdAt = ?6, viewMode = ?7, boardColumnsData = ?8 WHERE id = ?1");
+    bindCollection(statement, collection);
+    statement.exec();
+    writeCollectionMembers(collection);
+}
+
+void ModelContainer::remove(const Collection& collection) {
+    beginChanges();
+    SQLite::Statement statement(*database_, "DELETE FROM collection WHERE id = ?");
+    statement.bind(1, collection.id.uuidString());
+    statement.exec();
+}
+
+void ModelContainer::writeCollectionMembers(const Collection& collection) {
+    SQLite::Statement clear(*database_, "DELETE FROM clip_collection WHERE collectionID = ?");
+    clear.bind(1, collection.id.uuidString());
+    clear.exec();
+    SQLite::Statement add(*database_,
+                          "INSERT OR IGNORE INTO clip_collection(clipPk, collectionID) "
+                          "SELECT pk, ?2 FROM clip WHERE id = ?1");
+    for (const Uuid& clipID : collection.clipIDs) {
+        add.bind(1, clipID.uuidString());
+        add.bind(2, collection.id.uuidString());
+        add.exec();
+        add.reset();
+    }
+}
+
+void ModelContainer::insert(const SyncDevice& device) {
+    beginChanges();
+    SQLite::Statement statement(*database_,
+                                "INSERT INTO sync_device(id, deviceID, name, modelIdentifier, appVersion, firstSeenAt, "
+                                "lastSeenAt) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
+    bindDevice(statement, device);
+    statement.exec();
+}
+
+void ModelContainer::update(const SyncDevice& device) {
+    beginChanges();
+    SQLite::Statement statement(*database_,
+                                "UPDATE sync_device SET deviceID = ?2, name = ?3, modelIdentifier = ?4, "
+                                "appVersion = ?5, firstSeenAt = ?6, lastSeenAt = ?7 WHERE id = ?1");
+    bindDevice(statement, device);
+    statement.exec();
+}
+
+void ModelContainer::remove(const SyncDevice& device) {
+    beginChanges();
+    SQLite::Statement statement(*database_, "DELETE FROM sync_device WHERE id = ?");
+    statement.bind(1, device.id.uuidString());
+    statement.exec();
+}
+
+std::vector<Clip> ModelContainer::fetch(const ClipFetch& request) {
+    std::string sql = std::string("SELECT ") + kClipColumns +
+                      ", (SELECT group_concat(collectionID) FROM clip_collection WHERE clipPk = clip.pk)";
+    if (request.includesMedia) sql += ", clip_media.thumbnailData, clip_media.fullImageData";
+    sql += " FROM clip";
+    if (request.includesMedia) sql += " LEFT JOIN clip_media ON clip_media.clipPk = clip.pk";
+    sql += " WHERE " + request.where + " ORDER BY " + request.orderBy;
+    if (request.limit) sql += " LIMIT " + std::to_string(*request.limit) + " OFFSET " + std::to_string(request.offset);
+    SQLite::Statement query(*database_, sql);
+    bindParameters(query, request.parameters);
+    std::vector<Clip> clips;
+    while (query.executeStep()) {
+        Clip clip = readClip(query);
+        if (auto members = columnText(query, 38)) {
+            for (std::string_view id : split(*members, ","))
+                if (auto parsed = Uuid::parse(id)) clip.collectionIDs.push_back(*parsed);
+        }
+        if (request.includesMedia) {
+            clip.thumbnailData = columnData(query, 39);
+            clip.fullImageData = columnData(query, 40);
+        }
+        clips.push_back(std::move(clip));
+    }
+    return clips;
+}
+
+long long ModelContainer::count(const std::string& where,
+                                const std::vector<std::variant<std::int64_t, double, std::string>>& parameters) {
+    SQLite::Statement query(*database_, "SELECT count(*) FROM clip WHERE " + where);
+    bindParameters(query, parameters);
+    query.executeStep();
+    return query.getColumn(0).getInt64();
+}
+
+std::optional<Clip> ModelContainer::clip(const Uuid& id, bool includesMedia) {
+    auto clips = fetch(ClipFetch{"id = ?", {id.uuidString()}, "pk", 1, 0, includesMedia});
+    if (clips.empty()) return std::nullopt;
+    return std::move(clips.front());
+}
+
+std::vector<Collection> ModelContainer::collections() {
+    std::vector<Collection> result;
+    SQLite::Statement query(*database_,
+                            "SELECT id, name, iconName, colorHex, sortIndex, createdAt, viewMode, boardColumnsData, "
+                            "(SELECT group_concat(clip.id) FROM clip_collection JOIN clip ON clip.pk = clipPk "
+                            "WHERE collectionID = collection.id) FROM collection ORDER BY sortIndex, createdAt");
+    while (query.executeStep()) {
+        Collection collection;
+        collection.id = columnUuid(query, 0);
+        collection.name = query.getColumn(1).getString();
+        collection.iconName = query.getColumn(2).getString();
+        collection.colorHex = query.getColumn(3).getString();
+        collection.sortIndex = query.getColumn(4).getDouble();
+        collection.createdAt = Date::fromReferenceSeconds(query.getColumn(5).getDouble());
+        collection.viewMode = query.getColumn(6).getString();
+        collection.boardColumnsData = columnData(query, 7);
+        if (auto members = columnText(query, 8)) {
+            for (std::string_view id : split(*members, ","))
+                if (auto parsed = Uuid::parse(id)) collection.clipIDs.push_back(*parsed);
+        }
+        result.push_back(std::move(collection));
+    }
+    return result;
+}
+
+std::optional<Collection> ModelContainer::collection(const Uuid& id) {
+    for (Collection& collection : collections())
+        if (collection.id == id) return std::move(collection);
+    return std::nullopt;
+}
+
+std::vector<SyncDevice> ModelContainer::devices() {
+    std::vector<SyncDevice> result;
+    SQLite::Statement query(*database_,
+                            "SELECT id, deviceID, name, modelIdentifier, appVersion, firstSeenAt, lastSeenAt "
+                            "FROM sync_device ORDER BY lastSeenAt DESC");
+    while (query.executeStep()) {
+        SyncDevice device;
+        device.id = columnUuid(query, 0);
+        device.deviceID = query.getColumn(1).getString();
+        device.name = query.getColumn(2).getString();
+        device.modelIdentifier = query.getColumn(3).getString();
+        device.appVersion = query.getColumn(4).getString();
+        device.firstSeenAt = Date::fromReferenceSeconds(query.getColumn(5).getDouble());
+        device.lastSeenAt = Date::fromReferenceSeconds(query.getColumn(6).getDouble());
+        result.push_back(std::move(device));
+    }
+    return result;
+}
+
+long long ModelContainer::dataVersion() { return database_->execAndGet("PRAGMA data_version").getInt64(); }
+
+}  // namespace tamarind

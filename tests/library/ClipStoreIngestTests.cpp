@@ -1,0 +1,287 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/Files.h"
+#include "library/ClipStore.h"
+#include "support/Images.h"
+#include "support/ManualMainLoop.h"
+#include "support/TemporaryFolder.h"
+
+namespace tamarind {
+namespace {
+
+using ::testing::ElementsAre;
+
+PasteboardSnapshot text(std::string value, double at = 100, std::optional<std::string> app = std::nullopt) {
+    PasteboardSnapshot snapshot;
+    snapshot.types = {"UTF8_STRING"};
+    snapshot.string = std::move(value);
+    snapshot.capturedAt = Date::fromReferenceSeconds(at);
+    snapshot.sourceAppBundleID = app;
+    if (app) snapshot.sourceAppName = "App " + *app;
+    return snapshot;
+}
+
+class ClipStoreIngestTest : public ::testing::Test {
+protected:
+    TemporaryFolder folder;
+    ManualMainLoop loop;
+    std::unique_ptr<ClipStore> store;
+
+    void open(bool sync = false) {
+        store.reset();
+        store = std::make_unique<ClipStore>(loop, openStores(folder.path(), sync, false, true),
+                                            BlobStore(folder.path() / "blobs"), "MACHINE");
+    }
+    void SetUp() override { open(); }
+
+    // A second connection to a store file, as the command line would have.
+    std::vector<Clip> clipsIn(const char* filename) {
+        auto opened = ModelContainer::open(folder.path() / filename);
+        auto* container = std::get_if<std::unique_ptr<ModelContainer>>(&opened);
+        if (!container) return {};
+        return (*container)->fetch(ClipFetch{.where = "1", .orderBy = "createdAt, pk"});
+    }
+    // "text@created/useCount" per clip, oldest first.
+    std::string dump(const char* filename = kMainStoreFilename) {
+        std::string out;
+        for (const Clip& clip : clipsIn(filename)) {
+            out += clip.text.value_or(clip.kind) + "@" + std::to_string(int(clip.createdAt.secondsSinceReferenceDate())) +
+                   "/" + std::to_string(clip.useCount);
+            if (clip.isFavorite) out += "[fav]";
+            if (clip.isSensitive) out += "[sensitive]";
+            out += " ";
+        }
+        return out;
+    }
+    IngestResult ingest(const PasteboardSnapshot& snapshot, std::set<std::string> excluded = {}) {
+        return store->ingest(snapshot, excluded);
+    }
+};
+
+TEST_F(ClipStoreIngestTest, TheGateRefusesInItsOrder) {
+    LogCapture log;
+    PasteboardSnapshot secret = text("hunter2", 1, "org.keepassxc.KeePassXC");
+    secret.types = {"text/plain", "x-kde-passwordManagerHint", "org.nspasteboard.ConcealedType"};
+    EXPECT_EQ(ingest(secret, {"org.keepassxc.KeePassXC"}).description(), "rejected(concealed type x-kde-passwordManagerHint)");
+    secret.types = {"text/plain"};
+    EXPECT_EQ(ingest(secret, {"org.keepassxc.KeePassXC"}).description(), "rejected(excluded app org.keepassxc.KeePassXC)");
+    PasteboardSnapshot html;
+    html.htmlString = "<b>only html</b>";
+    EXPECT_EQ(ingest(html).description(), "rejected(empty)");
+    EXPECT_EQ(ingest(text(" \n ")).description(), "rejected(empty)");
+    EXPECT_THAT(log.messages("library"),
+                ElementsAre("Skipped capture: concealed type x-kde-passwordManagerHint",
+                            "Skipped capture: excluded app org.keepassxc.KeePassXC", "Skipped capture: empty",
+                            "Skipped capture: empty"));
+    EXPECT_EQ(dump(), "");
+    EXPECT_EQ(store->revision().value(), 0) << "a refusal saves nothing";
+}
+
+TEST_F(ClipStoreIngestTest, SizeLimitsApplyByKind) {
+    store->setCaptureLimits({.minimumCharacters = 11, .maximumBytes = 0});
+    EXPECT_EQ(ingest(text("0123456789")).description(), "rejected(empty)");
+    EXPECT_EQ(ingest(text("  0123456789é  ")).description(), "inserted") << "characters, after trimming";
+    PasteboardSnapshot image;
+    image.imageData = makePng(2, 2);
+    EXPECT_EQ(ingest(image).description(), "inserted") << "images have no minimum";
+    PasteboardSnapshot rich;
+    rich.rtfData = Data(100, 'x');
+    EXPECT_EQ(ingest(rich).description(), "rejected(empty)") << "a rich copy without plain text fails the minimum";
+
+    store->setCaptureLimits({.minimumCharacters = 0, .maximumBytes = 10});
+    EXPECT_EQ(ingest(text("eleven char")).description(), "rejected(empty)");
+    EXPECT_EQ(ingest(text("ten chars!")).description(), "inserted");
+}
+
+TEST_F(ClipStoreIngestTest, ARepeatPromotesTheClipInsteadOfInserting) {
+    LogCapture log;
+    auto a = ingest(text("A", 100));
+    ingest(text("B", 200));
+    auto again = ingest(text("  A  ", 300));  // the same content by its hash
+    EXPECT_EQ(again, IngestResult::deduplicated(a.clipID));
+    EXPECT_EQ(dump(), "B@200/0 A@300/1 ");
+    auto promoted = clipsIn(kMainStoreFilename).back();
+    EXPECT_EQ(promoted.lastUsedAt, Date::fromReferenceSeconds(300));
+    EXPECT_EQ(promoted.text, "A") << "a promotion keeps the first capture's content";
+    EXPECT_EQ(store->revision().value(), 3);
+    EXPECT_EQ(store->totalCount().value(), 2);
+    EXPECT_THAT(log.messages("library"),
+                ElementsAre("Captured text clip from unknown.", "Captured text clip from unknown.",
+                            "Duplicate clip promoted instead of inserted."));
+}
+
+TEST_F(ClipStoreIngestTest, TheWindowHoldsTwoHundredHashesAndSurvivesAReopen) {
+    for (int i = 0; i < 201; ++i) ingest(text("clip " + std::to_string(i), i));
+    EXPECT_EQ(store->recentHashes().size(), 200u);
+    // The oldest hash fell out: its content comes back as a second clip with the same hash.
+    EXPECT_EQ(ingest(text("clip 0", 1000)).description(), "inserted");
+    open();
+    EXPECT_EQ(store->recentHashes().size(), 200u);
+    EXPECT_EQ(ingest(text("clip 200", 2000)).description(), "deduplicated") << "the window is refilled at start";
+    EXPECT_EQ(store->totalCount().value(), 202);
+}
+
+TEST_F(ClipStoreIngestTest, RulesRunAfterTheDuplicateTestAndFileTheClip) {
+    auto inspector = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(folder.path() / kMainStoreFilename));
+    Collection work = Collection::make(Date::fromReferenceSeconds(1));
+    work.name = "Work";
+    inspector->insert(work);
+    ASSERT_FALSE(inspector->save());
+
+    SmartRule file = SmartRule::makeNew();
+    file.isEnabled = true;
+    file.conditions = {RuleCondition{Uuid::random(), RuleCondition::Field::textContains, "invoice"}};
+    file.actions = {RuleAction::addToCollection(work.id, "Work"), RuleAction::addToCollection(Uuid::random(), "Gone"),
+                    RuleAction::markFavorite()};
+    SmartRule skip = SmartRule::makeNew();
+    skip.isEnabled = true;
+    skip.sortIndex = 1;
+    skip.conditions = {RuleCondition{Uuid::random(), RuleCondition::Field::textContains, "secret"}};
+    skip.actions = {RuleAction::skipCapture()};
+    std::vector<SmartRule> rules = {file, skip};
+    store->setActiveRulesProvider([&] { return rules; });
+
+    auto filed = ingest(text("invoice 42", 10));
+    EXPECT_TRUE(store->lastInsertMatchedRule());
+    EXPECT_EQ(ingest(text("a secret", 20)).description(), "rejected(excluded app rule)");
+    EXPECT_EQ(ingest(text("a secret", 20, "org.gnome.Terminal")).description(),
+              "rejected(excluded app org.gnome.Terminal)");
+    ingest(text("plain", 30));
+    EXPECT_FALSE(store->lastInsertMatchedRule());
+
+    // A repeat only promotes: a rule added since cannot refuse it.
+    skip.conditions = {RuleCondition{Uuid::random(), RuleCondition::Field::textContains, "invoice"}};
+    rules = {skip};
+    EXPECT_EQ(ingest(text("invoice 42", 40)).description(), "deduplicated");
+    EXPECT_FALSE(store->lastInsertMatchedRule()) << "a promotion leaves the flag";
+
+    EXPECT_EQ(dump(), "plain@30/0 invoice 42@40/1[fav] ");
+    EXPECT_THAT(inspector->collection(work.id)->clipIDs, ElementsAre(filed.clipID));
+}
+
+TEST_F(ClipStoreIngestTest, SecretsFollowTheSensitivePolicyAndLiveInTheVaultWhileSyncing) {
+    const std::string card = "4111 1111 1111 1111";
+    ingest(text(card, 1));
+    EXPECT_EQ(dump(), card + "@1/0[sensitive] ");
+
+    store->setCaptureLimits({.detectsSensitiveContent = false});
+    ingest(text("sk-abcdefghijklmnopq", 2));
+    EXPECT_EQ(clipsIn(kMainStoreFilename).back().isSensitive, false) << "detection off";
+
+    LogCapture log;
+    store->setCaptureLimits({.detectsSensitiveContent = false, .sensitiveHandling = SensitiveHandling::skip});
+    SmartRule mark = SmartRule::makeNew();
+    mark.isEnabled = true;
+    mark.conditions = {RuleCondition{Uuid::random(), RuleCondition::Field::textContains, "pin"}};
+    mark.actions = {RuleAction::markSensitive()};
+    store->setActiveRulesProvider([&] { return std::vector<SmartRule>{mark}; });
+    EXPECT_EQ(ingest(text("my pin is 1234", 3)).description(), "rejected(empty)")
+        << "a rule's mark counts with detection off, and skip applies";
+    EXPECT_THAT(log.messages("library"),
+                ElementsAre("Skipped capture: sensitive content, and the setting says not to store it."));
+
+    open(/*sync=*/true);
+    store->setCaptureLimits({});
+    ingest(text("ghp_abcdefghijklmnopqrstu", 4, "org.gnome.Terminal"));
+    EXPECT_EQ(dump(kVaultStoreFilename), "ghp_abcdefghijklmnopqrstu@4/0[sensitive] ");
+    EXPECT_EQ(store->totalCount().value(), 3);
+    // A copy of a vaulted clip is promoted in the vault.
+    EXPECT_EQ(ingest(text("ghp_abcdefghijklmnopqrstu", 5)).description(), "deduplicated");
+    EXPECT_EQ(dump(kVaultStoreFilename), "ghp_abcdefghijklmnopqrstu@5/1[sensitive] ");
+}
+
+TEST_F(ClipStoreIngestTest, ImagesAndFilesAreBuiltAndTheIconIsAskedFor) {
+    std::vector<std::optional<std::string>> iconRequests;
+    store->setOnIconRequest([&](const std::optional<std::string>& id) { iconRequests.push_back(id); });
+    PasteboardSnapshot shot;
+    shot.imageData = makePng(1200, 600);
+    shot.imagePixelSize = PixelSize{1200, 600};
+    shot.sourceAppBundleID = "org.flameshot.Flameshot";
+    shot.capturedAt = Date::fromReferenceSeconds(7);
+    auto inserted = ingest(shot);
+    auto clips = clipsIn(kMainStoreFilename);
+    ASSERT_EQ(clips.size(), 1u);
+    EXPECT_EQ(clips[0].kind, "screenshot");
+    EXPECT_EQ(clips[0].id, inserted.clipID);
+    EXPECT_TRUE(store->blobStore().existingFilenames().contains(*clips[0].blobFilename));
+    EXPECT_THAT(iconRequests, ElementsAre(std::optional<std::string>("org.flameshot.Flameshot")));
+    auto withMedia =
+        std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(folder.path() / kMainStoreFilename))
+            ->clip(inserted.clipID);
+    ASSERT_TRUE(withMedia && withMedia->thumbnailData);
+    EXPECT_FALSE(clips[0].thumbnailData) << "lists don't read thumbnails";
+}
+
+TEST(OpenStores, FallsBackStepByStepAndNeverTouchesABadFile) {
+    TemporaryFolder folder;
+    {
+        LogCapture log;
+        auto stores = openStores(folder.path(), /*syncEnabled=*/false, false, true);
+        EXPECT_FALSE(stores.vault);
+        EXPECT_FALSE(stores.main->isInMemory());
+        EXPECT_FALSE(std::filesystem::exists(folder.path() / kVaultStoreFilename));
+        EXPECT_TRUE(std::filesystem::is_directory(folder.path() / "favicons"));
+        EXPECT_TRUE(log.records().empty());
+    }
+    {
+        LogCapture log;
+        auto stores = openStores(folder.path(), true, false, /*canSync=*/false);
+        EXPECT_FALSE(stores.vault);
+        EXPECT_FALSE(stores.isSyncing);
+        EXPECT_THAT(log.messages("library"),
+                    ElementsAre("Sync is switched on but this build has no iCloud entitlement; opening the store "
+                                "locally."));
+    }
+    const std::string garbage = "this is not a database, and it must survive";
+    ASSERT_FALSE(writeFileAtomically(folder.path() / kVaultStoreFilename, garbage + std::string(5000, 'x')));
+    {
+        LogCapture log;
+        auto stores = openStores(folder.path(), true, false, true);
+        EXPECT_FALSE(stores.vault);
+        EXPECT_FALSE(stores.isSyncing);
+        EXPECT_FALSE(stores.main->isInMemory());
+        auto lines = log.messages("library");
+        ASSERT_EQ(lines.size(), 2u);
+        EXPECT_TRUE(lines[0].starts_with("Could not open the store with CloudKit: ")) << lines[0];
+        EXPECT_EQ(lines[1], "Fell back to a local-only store; sync is off for this launch.");
+    }
+    ASSERT_FALSE(writeFileAtomically(folder.path() / kMainStoreFilename, garbage + std::string(5000, 'y')));
+    std::filesystem::remove(folder.path() / (std::string(kMainStoreFilename) + "-wal"));
+    std::filesystem::remove(folder.path() / (std::string(kMainStoreFilename) + "-shm"));
+    {
+        LogCapture log;
+        auto stores = openStores(folder.path(), false, false, true);
+        EXPECT_TRUE(stores.main->isInMemory());
+        auto lines = log.messages("library");
+        ASSERT_EQ(lines.size(), 2u);
+        EXPECT_TRUE(lines[0].starts_with("Could not open the store: ")) << lines[0];
+        EXPECT_TRUE(lines[1].starts_with("Falling back to an in-memory store: ")) << lines[1];
+    }
+    EXPECT_EQ(readWholeFile(folder.path() / kMainStoreFilename).bytes->substr(0, garbage.size()), garbage);
+    EXPECT_EQ(readWholeFile(folder.path() / kVaultStoreFilename).bytes->substr(0, garbage.size()), garbage);
+
+    // A folder that can't be made ends in memory too.
+    ASSERT_FALSE(writeFileAtomically(folder.path() / "plain-file", "x"));
+    EXPECT_TRUE(openStores(folder.path() / "plain-file", false, false, true).main->isInMemory());
+}
+
+TEST_F(ClipStoreIngestTest, WritesFromAnotherProcessRaiseTheRevision) {
+    ingest(text("mine", 1));
+    long long before = store->revision().value();
+    store->checkForOutsideChanges();
+    EXPECT_EQ(store->revision().value(), before) << "our own writes are not outside changes";
+    auto other = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(folder.path() / kMainStoreFilename));
+    Clip theirs = Clip::make(Date::fromReferenceSeconds(2));
+    theirs.text = "theirs";
+    theirs.contentHash = "abc";
+    other->insert(theirs);
+    ASSERT_FALSE(other->save());
+    store->checkForOutsideChanges();
+    EXPECT_EQ(store->revision().value(), before + 1);
+    EXPECT_EQ(store->totalCount().value(), 2);
+    EXPECT_TRUE(store->recentHashes().contains("abc"));
+}
+
+}  // namespace
+}  // namespace tamarind

@@ -1,0 +1,80 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <random>
+#include <set>
+
+#include "library/ClipStore.h"
+#include "library/RecentHashWindow.h"
+#include "support/ManualMainLoop.h"
+#include "support/TemporaryFolder.h"
+
+namespace tamarind {
+namespace {
+
+TEST(RecentHashWindow, KeepsTheMostRecentDistinctHashesOldestFirst) {
+    RecentHashWindow window(3);
+    for (const char* hash : {"a", "b", "", "c", "a", "d"}) window.record(hash);
+    EXPECT_EQ(window.order(), (std::deque<std::string>{"c", "a", "d"}));
+    EXPECT_FALSE(window.contains("b"));
+    EXPECT_FALSE(window.contains(""));
+    window.remove("a");
+    window.remove("zzz");
+    EXPECT_EQ(window.order(), (std::deque<std::string>{"c", "d"}));
+    EXPECT_FALSE(window.contains("a"));
+}
+
+// A child ingests in a loop and reports each id once ingest has returned; the parent kills it
+// at a random moment. Every reported clip must be in the store, which must still open.
+TEST(ClipStoreDurability, AKillDuringIngestsLosesNothingThatWasReported) {
+    TemporaryFolder folder;
+    int reports[2];
+    ASSERT_EQ(::pipe(reports), 0);
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::close(reports[0]);
+        ManualMainLoop loop;
+        ClipStore store(loop, openStores(folder.path(), false, false, true), BlobStore(folder.path() / "blobs"), "M");
+        for (int i = 0;; ++i) {
+            PasteboardSnapshot snapshot;
+            snapshot.string = "durable clip " + std::to_string(i);
+            snapshot.capturedAt = Date::fromReferenceSeconds(i);
+            IngestResult result = store.ingest(snapshot, {});
+            std::string id = result.clipID.uuidString() + "\n";
+            if (::write(reports[1], id.data(), id.size()) != static_cast<ssize_t>(id.size())) ::_exit(1);
+        }
+    }
+    ::close(reports[1]);
+    std::mt19937 random(std::random_device{}());
+    std::size_t wanted = 20 + random() % 200;
+    std::string received;
+    char buffer[4096];
+    while (received.size() / 37 < wanted) {
+        ssize_t n = ::read(reports[0], buffer, sizeof buffer);
+        if (n <= 0) break;
+        received.append(buffer, static_cast<std::size_t>(n));
+    }
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    for (ssize_t n; (n = ::read(reports[0], buffer, sizeof buffer)) > 0;) received.append(buffer, static_cast<std::size_t>(n));
+    ::close(reports[0]);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "the child stopped by itself";
+
+    std::set<std::string> reported;
+    for (std::size_t at = 0; at + 37 <= received.size(); at += 37) reported.insert(received.substr(at, 36));
+    ASSERT_GE(reported.size(), wanted);
+
+    auto opened = ModelContainer::open(folder.path() / kMainStoreFilename);
+    auto* container = std::get_if<std::unique_ptr<ModelContainer>>(&opened);
+    ASSERT_TRUE(container) << std::get<std::string>(opened);
+    std::set<std::string> stored;
+    for (const Clip& clip : (*container)->fetch(ClipFetch{})) stored.insert(clip.id.uuidString());
+    for (const std::string& id : reported) EXPECT_TRUE(stored.contains(id)) << id << " was reported but is gone";
+}
+
+}  // namespace
+}  // namespace tamarind

@@ -32,6 +32,7 @@ char asciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('
 // ICU's UTF-8 entry points take int32_t lengths; longer input is cut into pieces of at most this
 // many bytes, at a code point boundary.
 constexpr std::size_t kMaxIcuPiece = std::size_t{1} << 30;
+constexpr std::size_t kIcuLookahead = std::size_t{1} << 16;
 
 std::size_t codePointBoundaryAtOrBefore(std::string_view text, std::size_t offset) {
     std::size_t limit = offset > 3 ? offset - 3 : 0;
@@ -170,12 +171,18 @@ void forEachGrapheme(std::string_view text, OnCluster&& onCluster) {
             current = next;
             continue;
         }
-        // Extend to the next certain boundary, or a code point boundary if it is absurdly far.
+        // Extend to the next certain boundary. Past 64 KB without one (a pile of combining
+        // marks), ICU takes the rest of the text: its iterator is lazy, so a caller that stops
+        // early (graphemePrefix) never pays for the whole pile.
         std::size_t regionBegin = current.begin;
         ClusterUnit last = next;
         bool hasFollower = false;
         ClusterUnit follower{};
-        while (last.end < n && last.end - regionBegin < kMaxIcuPiece) {
+        while (last.end < n) {
+            if (last.end - regionBegin >= kIcuLookahead) {
+                clustersThroughIcu(text, regionBegin, n, onCluster);
+                return;
+            }
             follower = readClusterUnit(text, last.end);
             if (isBoundaryCertain(last.graphemeBreak, follower.graphemeBreak)) {
                 hasFollower = true;

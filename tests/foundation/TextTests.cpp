@@ -298,3 +298,20 @@ TEST(TextLines, SplitKeepsEmptyPiecesAndJoinUndoesIt) {
 
 }  // namespace
 }  // namespace tamarind
+
+namespace tamarind {
+namespace {
+
+// A cluster longer than the stretch handed to ICU at once must still be one character.
+TEST(TextGraphemes, AHugePileOfCombiningMarksStaysOneCharacter) {
+    std::string pile = "e";
+    for (int i = 0; i < 50000; ++i) pile += "\u0301";  // 100,000 bytes of marks
+    std::string text = pile + "xy" + pile;
+    EXPECT_EQ(graphemeCount(text), 4u);
+    EXPECT_EQ(graphemePrefix(text, 1), pile);
+    EXPECT_EQ(graphemePrefix(text, 3), pile + "xy");
+    EXPECT_EQ(graphemes(text).back().size(), pile.size());
+}
+
+}  // namespace
+}  // namespace tamarind

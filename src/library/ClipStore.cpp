@@ -286,6 +286,13 @@ void ClipStore::checkForOutsideChanges() {
     totalCount_.set(liveClipCount());
 }
 
+void ClipStore::watchForOutsideChanges(Duration interval) {
+    outsideChangesTimer_ = loop_.postDelayed(interval, [this, interval] {
+        checkForOutsideChanges();
+        watchForOutsideChanges(interval);
+    });
+}
+
 ModelContainer* ClipStore::containerOf(const Uuid& id) {
     for (ModelContainer* container : {main_.get(), vault_.get()}) {
         if (!container) continue;

@@ -198,6 +198,9 @@ public:
     void save();
     // Raises revision when another process (the command line) changed a store file.
     void checkForOutsideChanges();
+    // Runs checkForOutsideChanges every `interval` on the loop while the store lives.
+    // One PRAGMA per store each time: nothing is read unless something changed.
+    void watchForOutsideChanges(Duration interval);
 
 private:
     // The store holding a clip with this id, main first.
@@ -222,6 +225,7 @@ private:
     bool lastInsertMatchedRule_ = false;
     Observable<long long> revision_;
     Observable<long long> totalCount_;
+    TaskHandle outsideChangesTimer_;
     long long mainDataVersion_ = 0;
     long long vaultDataVersion_ = 0;
     Log log_{"library"};

@@ -277,8 +277,13 @@ TEST_F(ClipStoreIngestTest, WritesFromAnotherProcessRaiseTheRevision) {
     theirs.contentHash = "abc";
     other->insert(theirs);
     ASSERT_FALSE(other->save());
-    store->checkForOutsideChanges();
+    store->watchForOutsideChanges(std::chrono::seconds(1));
+    loop.advanceBy(std::chrono::milliseconds(999));
+    EXPECT_EQ(store->revision().value(), before);
+    loop.advanceBy(std::chrono::milliseconds(1));
     EXPECT_EQ(store->revision().value(), before + 1);
+    loop.advanceBy(std::chrono::seconds(5));
+    EXPECT_EQ(store->revision().value(), before + 1) << "nothing changed since";
     EXPECT_EQ(store->totalCount().value(), 2);
     EXPECT_TRUE(store->recentHashes().contains("abc"));
 }

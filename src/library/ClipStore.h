@@ -133,6 +133,12 @@ struct StorageUsage {
 };
 
 inline constexpr double kTombstoneLifetimeSeconds = 2'592'000;  // 30 days
+
+// The confirmation of deleteAll().
+inline constexpr const char* kDeleteAllConfirmation =
+    "This permanently removes every clip, every stored image, and every collection membership \u2014 including "
+    "favourites and pinned clips.";
+inline constexpr const char* kDeleteAllButton = "Delete Everything";
 inline constexpr double kBoardIndexGap = 1024;
 
 class ClipStore {

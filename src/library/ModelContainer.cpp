@@ -408,8 +408,24 @@ std::optional<std::int64_t> ModelContainer::primaryKey(const Uuid& id) {
     return query.getColumn(0).getInt64();
 }
 
-void ModelContainer::insert(const Clip& clip) {
+// A clip is written in several statements; one that fails takes back the others, so that the
+// next save never commits half a clip.
+template <class Write> void ModelContainer::writeWhole(Write write) {
     beginChanges();
+    database_->exec("SAVEPOINT record");
+    try {
+        write();
+    } catch (...) {
+        database_->exec("ROLLBACK TO record");
+        database_->exec("RELEASE record");
+        throw;
+    }
+    database_->exec("RELEASE record");
+}
+
+void ModelContainer::insert(const Clip& clip) { writeWhole([&] { insertWithoutSavepoint(clip); }); }
+
+void ModelContainer::insertWithoutSavepoint(const Clip& clip) {
     SQLite::Statement statement(*database_, kClipInsert);
     bindClip(statement, clip);
     statement.exec();
@@ -421,13 +437,14 @@ void ModelContainer::insert(const Clip& clip) {
 void ModelContainer::update(const Clip& clip) {
     auto pk = primaryKey(clip.id);
     if (!pk) return;
-    beginChanges();
-    SQLite::Statement fill(*database_, std::string("UPDATE clip SET ") + kClipAssignments + " WHERE pk = ?39");
-    bindClip(fill, clip);
-    fill.bind(39, *pk);
-    fill.exec();
-    writeMedia(*pk, clip);
-    writeMemberships(*pk, clip.collectionIDs);
+    writeWhole([&] {
+        SQLite::Statement fill(*database_, std::string("UPDATE clip SET ") + kClipAssignments + " WHERE pk = ?39");
+        bindClip(fill, clip);
+        fill.bind(39, *pk);
+        fill.exec();
+        writeMedia(*pk, clip);
+        writeMemberships(*pk, clip.collectionIDs);
+    });
 }
 
 void ModelContainer::remove(const Uuid& id) {

@@ -53,7 +53,8 @@ public:
 
     // --- changes (each opens the transaction when none is open) ---
     void insert(const Clip& clip);
-    // Writes every field of the record with this id, media and collections too. An unknown id does nothing.
+    // Writes every field of the record with this id, media and collections too: a clip read
+    // without its media loses it here. An unknown id does nothing.
     void update(const Clip& clip);
     void remove(const Uuid& id);
     // Removes every clip, with no tombstones.
@@ -88,6 +89,8 @@ public:
 private:
     ModelContainer(std::unique_ptr<SQLite::Database> database, std::optional<std::filesystem::path> file);
     void beginChanges();
+    template <class Write> void writeWhole(Write write);
+    void insertWithoutSavepoint(const Clip& clip);
     std::optional<std::int64_t> primaryKey(const Uuid& id);
     void writeMemberships(std::int64_t clipPk, const std::vector<Uuid>& collectionIDs);
     void writeMedia(std::int64_t clipPk, const Clip& clip);

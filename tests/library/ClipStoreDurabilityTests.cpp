@@ -78,3 +78,26 @@ TEST(ClipStoreDurability, AKillDuringIngestsLosesNothingThatWasReported) {
 
 }  // namespace
 }  // namespace tamarind
+
+#include <SQLiteCpp/Database.h>
+
+namespace tamarind {
+namespace {
+
+TEST(ModelContainer, AClipThatFailsHalfWayLeavesNothingBehindForTheNextSave) {
+    auto container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
+    container->database().exec(
+        "CREATE TRIGGER refuse_media BEFORE INSERT ON clip_media BEGIN SELECT RAISE(ABORT, 'disk trouble'); END");
+    Clip half = Clip::make(Date::fromReferenceSeconds(1));
+    EXPECT_THROW(container->insert(half), std::exception);
+    container->database().exec("DROP TRIGGER refuse_media");
+    Clip whole = Clip::make(Date::fromReferenceSeconds(2));
+    container->insert(whole);
+    ASSERT_FALSE(container->save());
+    auto clips = container->fetch(ClipFetch{});
+    ASSERT_EQ(clips.size(), 1u);
+    EXPECT_EQ(clips[0].id, whole.id);
+}
+
+}  // namespace
+}  // namespace tamarind

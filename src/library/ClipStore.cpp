@@ -122,7 +122,7 @@ long long ClipStore::liveClipCount() {
     for (ModelContainer* container : {main_.get(), vault_.get()}) {
         if (!container) continue;
         try {
-            total += container->count("deletedAt IS NULL");
+            total += container->liveClipCount();
         } catch (const std::exception&) {
             // A store that can't be counted adds nothing; the failure shows at its next save.
         }

@@ -100,6 +100,20 @@ CREATE TABLE IF NOT EXISTS sync_device (
   firstSeenAt REAL NOT NULL DEFAULT 0,
   lastSeenAt REAL NOT NULL DEFAULT 0
 );
+-- The number of live clips, kept by triggers: counting a million rows at every save would
+-- cost more than the rest of an ingest.
+CREATE TABLE IF NOT EXISTS clip_stats (id INTEGER PRIMARY KEY CHECK (id = 1), live INTEGER NOT NULL);
+INSERT OR IGNORE INTO clip_stats(id, live) SELECT 1, count(*) FROM clip WHERE deletedAt IS NULL;
+CREATE TRIGGER IF NOT EXISTS clip_live_insert AFTER INSERT ON clip WHEN new.deletedAt IS NULL BEGIN
+  UPDATE clip_stats SET live = live + 1;
+END;
+CREATE TRIGGER IF NOT EXISTS clip_live_delete AFTER DELETE ON clip WHEN old.deletedAt IS NULL BEGIN
+  UPDATE clip_stats SET live = live - 1;
+END;
+CREATE TRIGGER IF NOT EXISTS clip_live_tombstone AFTER UPDATE OF deletedAt ON clip
+  WHEN (old.deletedAt IS NULL) <> (new.deletedAt IS NULL) BEGIN
+  UPDATE clip_stats SET live = live + (CASE WHEN new.deletedAt IS NULL THEN 1 ELSE -1 END);
+END;
 CREATE VIRTUAL TABLE IF NOT EXISTS clip_search USING fts5(
   searchFolded, content='clip', content_rowid='pk', tokenize='trigram case_sensitive 1', detail='none');
 CREATE TRIGGER IF NOT EXISTS clip_search_insert AFTER INSERT ON clip BEGIN
@@ -330,13 +344,14 @@ ModelContainer::OpenResult ModelContainer::open(const std::filesystem::path& fil
             return file.string() + " is a database of another program";
         std::string mode = database->execAndGet("PRAGMA journal_mode = WAL").getString();
         if (mode != "wal") return "could not switch " + file.string() + " to WAL (" + mode + ")";
-        if (isNew) {
-            SQLite::Transaction transaction(*database);
-            database->exec(kSchema);
+        // The schema's statements are idempotent: a store of this version made before a
+        // table was added gets it here.
+        SQLite::Transaction transaction(*database);
+        database->exec(kSchema);
+        if (isNew)
             database->exec(std::string("INSERT INTO meta(key, value) VALUES ('schemaVersion', '") + kSchemaVersion +
                            "')");
-            transaction.commit();
-        }
+        transaction.commit();
         for (const char* companion : {"-wal", "-shm"}) ::chmod((file.string() + companion).c_str(), 0600);
         return std::unique_ptr<ModelContainer>(new ModelContainer(std::move(database), file));
     } catch (const std::exception& error) {
@@ -614,6 +629,10 @@ std::vector<SyncDevice> ModelContainer::devices() {
         result.push_back(std::move(device));
     }
     return result;
+}
+
+long long ModelContainer::liveClipCount() {
+    return database_->execAndGet("SELECT live FROM clip_stats WHERE id = 1").getInt64();
 }
 
 long long ModelContainer::dataVersion() { return database_->execAndGet("PRAGMA data_version").getInt64(); }

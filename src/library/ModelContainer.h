@@ -76,6 +76,8 @@ public:
     long long count(const std::string& where = "1",
                     const std::vector<std::variant<std::int64_t, double, std::string>>& parameters = {});
     std::optional<Clip> clip(const Uuid& id, bool includesMedia = true);
+    // Clips without deletedAt, from a counter the schema keeps: no scan.
+    long long liveClipCount();
     std::vector<Collection> collections();
     std::optional<Collection> collection(const Uuid& id);
     std::vector<SyncDevice> devices();

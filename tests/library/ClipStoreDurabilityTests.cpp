@@ -101,3 +101,37 @@ TEST(ModelContainer, AClipThatFailsHalfWayLeavesNothingBehindForTheNextSave) {
 
 }  // namespace
 }  // namespace tamarind
+
+namespace tamarind {
+namespace {
+
+TEST(ModelContainer, TheLiveCountFollowsInsertsTombstonesAndDeletes) {
+    auto container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
+    auto agrees = [&] { return container->liveClipCount() == container->count("deletedAt IS NULL"); };
+    std::vector<Clip> clips;
+    for (int i = 0; i < 5; ++i) {
+        clips.push_back(Clip::make(Date::fromReferenceSeconds(i)));
+        container->insert(clips.back());
+    }
+    Clip born = Clip::make(Date::fromReferenceSeconds(9));
+    born.deletedAt = Date::fromReferenceSeconds(9);  // arrives already a tombstone
+    container->insert(born);
+    EXPECT_EQ(container->liveClipCount(), 5);
+    clips[0].deletedAt = Date::fromReferenceSeconds(10);
+    container->update(clips[0]);
+    clips[1].text = "edited, still live";
+    container->update(clips[1]);
+    container->remove(clips[2].id);
+    container->remove(clips[0].id);  // a tombstone going leaves the live count alone
+    EXPECT_EQ(container->liveClipCount(), 3);
+    EXPECT_TRUE(agrees());
+    born.deletedAt.reset();  // a tombstone brought back
+    container->update(born);
+    EXPECT_EQ(container->liveClipCount(), 4);
+    EXPECT_TRUE(agrees());
+    container->removeAllClips();
+    EXPECT_EQ(container->liveClipCount(), 0);
+}
+
+}  // namespace
+}  // namespace tamarind

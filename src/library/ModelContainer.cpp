@@ -103,7 +103,8 @@ CREATE TABLE IF NOT EXISTS sync_device (
 -- The number of live clips, kept by triggers: counting a million rows at every save would
 -- cost more than the rest of an ingest.
 CREATE TABLE IF NOT EXISTS clip_stats (id INTEGER PRIMARY KEY CHECK (id = 1), live INTEGER NOT NULL);
-INSERT OR IGNORE INTO clip_stats(id, live) SELECT 1, count(*) FROM clip WHERE deletedAt IS NULL;
+INSERT INTO clip_stats(id, live) SELECT 1, (SELECT count(*) FROM clip WHERE deletedAt IS NULL)
+  WHERE NOT EXISTS (SELECT 1 FROM clip_stats);
 CREATE TRIGGER IF NOT EXISTS clip_live_insert AFTER INSERT ON clip WHEN new.deletedAt IS NULL BEGIN
   UPDATE clip_stats SET live = live + 1;
 END;

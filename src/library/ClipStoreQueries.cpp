@@ -1,0 +1,565 @@
+// The read side of the store: pages of matching clips, counts, one clip, the
+// library's facets, the disk it takes and the collections.
+//
+// Substring search picks, per query and per store, the cheaper way to a page:
+// walking the sort order's index and testing each row, which stops when the page
+// is full (quick for a common needle, a full scan for a rare one), or reading the
+// rows that the trigram index lists for the needle's trigrams and sorting them
+// (quick when they are few). Capped counts from the index tell which. The index
+// keeps no positions (detail=none), so it only narrows: every candidate is still
+// tested with instr() on the folded text, and the result is exactly the
+// containment test.
+
+#include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <memory>
+
+#include "foundation/Text.h"
+#include "library/ClipStore.h"
+
+namespace tamarind {
+
+namespace {
+
+using Parameters = std::vector<std::variant<std::int64_t, double, std::string>>;
+
+// The trigram tokenizer indexes runs of three code points; shorter needles can't use it.
+constexpr std::size_t kTrigramLength = 3;
+// Probing costs one small index read per trigram; a long pasted needle is narrowed enough by a sample.
+constexpr std::size_t kMaximumProbedTrigrams = 12;
+// Each trigram of an AND costs a read of its whole row list when the answer is rare.
+constexpr std::size_t kMaximumCoverTrigrams = 6;
+// Bounds of the candidate count below which the index beats a walk (see indexLimit).
+constexpr long long kMinimumIndexLimit = 64;
+constexpr long long kMaximumIndexLimit = 20'000;
+// How many times the expected number of rows a walk may read before the index takes over.
+constexpr long long kScanBudgetFactor = 4;
+// A probe reads a trigram's rows up to its cap, so it is kept well below the index limit: a
+// trigram under it narrows at once, and one above goes to the cheaper AND of a cover.
+constexpr long long kProbeCapDivisor = 8;
+
+// The part of a query that every store answers the same way.
+struct Match {
+    std::string where = "deletedAt IS NULL";  // everything but the text
+    Parameters parameters;
+    std::string needle;           // searchFold of the trimmed text; empty for no text test
+    bool matchesNothing = false;  // text that folds to nothing is never contained
+};
+
+Match matchOf(const ClipQuery& query) {
+    Match match;
+    if (query.kind) {
+        match.where += " AND kind = ?";
+        match.parameters.emplace_back(std::string(rawValue(*query.kind)));
+    }
+    if (query.appBundleID) {
+        match.where += " AND sourceAppBundleID = ?";
+        match.parameters.emplace_back(*query.appBundleID);
+    }
+    if (query.onlyFavorites) match.where += " AND isFavorite <> 0";
+    if (query.onlyPinned) match.where += " AND isPinned <> 0";
+    std::string_view text = trimmed(query.text);
+    if (!text.empty()) {
+        match.needle = searchFold(text);
+        match.matchesNothing = match.needle.empty();
+    }
+    return match;
+}
+
+// The rowid ends each order so that pages of equal keys neither repeat nor skip a clip; every
+// order is the reverse or the walk of one index (the rowid is the last column of each).
+std::string orderBy(ClipSortOrder sort) {
+    switch (sort) {
+    case ClipSortOrder::newest: return "createdAt DESC, clip.pk DESC";
+    case ClipSortOrder::oldest: return "createdAt, clip.pk";
+    case ClipSortOrder::mostUsed: return "useCount DESC, createdAt DESC, clip.pk DESC";
+    case ClipSortOrder::largest: return "byteSize DESC, createdAt DESC, clip.pk DESC";
+    }
+    return "createdAt DESC, clip.pk DESC";
+}
+
+// The same order over records from two stores; ties keep the order they came in.
+bool precedes(const Clip& a, const Clip& b, ClipSortOrder sort) {
+    switch (sort) {
+    case ClipSortOrder::newest: return a.createdAt > b.createdAt;
+    case ClipSortOrder::oldest: return a.createdAt < b.createdAt;
+    case ClipSortOrder::mostUsed:
+        if (a.useCount != b.useCount) return a.useCount > b.useCount;
+        return a.createdAt > b.createdAt;
+    case ClipSortOrder::largest:
+        if (a.byteSize != b.byteSize) return a.byteSize > b.byteSize;
+        return a.createdAt > b.createdAt;
+    }
+    return false;
+}
+
+std::size_t codePointLength(std::string_view text) {
+    std::size_t length = 0;
+    forEachCodePoint(text, [&](char32_t) { ++length; });
+    return length;
+}
+
+// At most `count` of the distinct strings of `list`, spread evenly over it, in order.
+std::vector<std::string> spread(const std::vector<std::string>& list, std::size_t count) {
+    std::vector<std::string> distinct;
+    for (const std::string& item : list)
+        if (std::find(distinct.begin(), distinct.end(), item) == distinct.end()) distinct.push_back(item);
+    if (distinct.size() <= count) return distinct;
+    std::vector<std::string> sample;
+    for (std::size_t i = 0; i < count; ++i) sample.push_back(distinct[i * (distinct.size() - 1) / (count - 1)]);
+    return sample;
+}
+
+struct Trigrams {
+    std::vector<std::string> probed;  // each is counted on its own
+    std::vector<std::string> cover;   // side by side over the needle: as selective together as all of them
+    bool isEmpty() const { return probed.empty(); }
+};
+
+Trigrams trigramsOf(std::string_view needle) {
+    std::vector<std::size_t> starts;
+    for (std::size_t offset = 0; offset < needle.size();) {
+        starts.push_back(offset);
+        decodeCodePoint(needle, offset);
+    }
+    starts.push_back(needle.size());
+    std::vector<std::string> all, cover;
+    for (std::size_t i = 0; i + kTrigramLength < starts.size(); ++i) {
+        std::string trigram(needle.substr(starts[i], starts[i + kTrigramLength] - starts[i]));
+        // A NUL would end the query text early; such a trigram only narrows less by being left out.
+        if (trigram.find('\0') != std::string::npos) continue;
+        bool isLast = i + kTrigramLength + 1 == starts.size();
+        if (i % kTrigramLength == 0 || isLast) cover.push_back(trigram);
+        all.push_back(std::move(trigram));
+    }
+    if (cover.empty()) cover = all;  // its places held NULs
+    return {spread(all, kMaximumProbedTrigrams), spread(cover, kMaximumCoverTrigrams)};
+}
+
+// One FTS5 term per trigram, as a quoted string so that no character is query syntax.
+std::string quotedTerm(std::string_view trigram) {
+    std::string term = "\"";
+    for (char c : trigram) {
+        if (c == '"') term += '"';
+        term += c;
+    }
+    return term + "\"";
+}
+
+std::string allOf(const std::vector<std::string>& trigrams) {
+    std::string expression;
+    for (const std::string& trigram : trigrams) {
+        if (!expression.empty()) expression += " AND ";
+        expression += quotedTerm(trigram);
+    }
+    return expression;
+}
+
+// How a store answers a needle of three characters or more.
+struct SearchPlan {
+    enum class Way {
+        nothing,        // some trigram is in no row
+        index,          // the rows of `expression`, few enough to sort
+        candidates,     // these rows, few enough to sort
+        walkThenIndex,  // the needle looks common: walk the order, or fall back to `expression`
+    } way = Way::nothing;
+    std::string expression;
+    std::vector<std::int64_t> rowIDs;
+    long long indexLimit = 0;
+    long long probeCap = 0;
+};
+
+// Sorting c candidates read by rowid costs about c rows; filling a page by a walk costs about
+// (offset + limit) × N / c rows, the needle being in c of N clips. The two meet at
+// c = sqrt((offset + limit) × N): below that the index wins.
+long long indexLimit(ModelContainer& store, long long wanted) {
+    auto rows = store.database().execAndGet("SELECT coalesce(max(pk), 0) FROM clip").getInt64();
+    auto balance = static_cast<long long>(std::sqrt(static_cast<double>(std::max<long long>(wanted, 1)) *
+                                                    static_cast<double>(std::max<std::int64_t>(rows, 1))));
+    return std::clamp(balance, kMinimumIndexLimit, kMaximumIndexLimit);
+}
+
+// Counts, up to the probe cap, the rows holding each trigram: one in no row means no match, and
+// the ones in fewer rows narrow enough. When every trigram is common, the needle may still be
+// rare (words that are common apart): the rows holding all of a cover of the needle, up to the
+// index limit, tell.
+SearchPlan planSearch(ModelContainer& store, const Trigrams& trigrams, long long wanted) {
+    SearchPlan plan;
+    plan.indexLimit = indexLimit(store, wanted);
+    plan.probeCap = std::max(kMinimumIndexLimit, plan.indexLimit / kProbeCapDivisor);
+    SQLite::Statement probe(store.database(),
+                            "SELECT count(*) FROM (SELECT 1 FROM clip_search WHERE clip_search MATCH ? LIMIT ?)");
+    std::vector<std::string> rare;
+    for (const std::string& trigram : trigrams.probed) {
+        probe.bind(1, quotedTerm(trigram));
+        probe.bind(2, static_cast<std::int64_t>(plan.probeCap));
+        probe.executeStep();
+        long long rows = probe.getColumn(0).getInt64();
+        probe.reset();
+        if (rows == 0) return plan;
+        if (rows < plan.probeCap) rare.push_back(trigram);
+    }
+    if (!rare.empty()) {
+        plan.way = SearchPlan::Way::index;
+        plan.expression = allOf(rare);
+        return plan;
+    }
+    SQLite::Statement covered(store.database(), "SELECT rowid FROM clip_search WHERE clip_search MATCH ? LIMIT ?");
+    covered.bind(1, allOf(trigrams.cover));
+    covered.bind(2, static_cast<std::int64_t>(plan.indexLimit));
+    while (covered.executeStep()) plan.rowIDs.push_back(covered.getColumn(0).getInt64());
+    if (plan.rowIDs.empty()) return plan;
+    if (static_cast<long long>(plan.rowIDs.size()) < plan.indexLimit) {
+        plan.way = SearchPlan::Way::candidates;
+        return plan;
+    }
+    plan.rowIDs.clear();
+    plan.way = SearchPlan::Way::walkThenIndex;
+    std::vector<std::string> every = trigrams.probed;
+    every.insert(every.end(), trigrams.cover.begin(), trigrams.cover.end());
+    plan.expression = allOf(spread(every, every.size()));
+    return plan;
+}
+
+std::string rowIDList(const std::vector<std::int64_t>& rowIDs) {
+    std::string list;
+    for (std::int64_t rowID : rowIDs) {
+        if (!list.empty()) list += ",";
+        list += std::to_string(rowID);
+    }
+    return list;
+}
+
+// The WHERE clause and parameters of the plan's index ways.
+std::string narrowed(const Match& match, const SearchPlan& plan, Parameters& parameters) {
+    parameters = match.parameters;
+    parameters.emplace_back(match.needle);
+    if (plan.way == SearchPlan::Way::candidates)
+        return match.where + " AND instr(searchFolded, ?) > 0 AND clip.pk IN (" + rowIDList(plan.rowIDs) + ")";
+    parameters.emplace_back(plan.expression);
+    return match.where +
+           " AND instr(searchFolded, ?) > 0 AND clip.pk IN (SELECT rowid FROM clip_search WHERE clip_search MATCH ?)";
+}
+
+std::string withScan(const Match& match, Parameters& parameters) {
+    parameters = match.parameters;
+    parameters.emplace_back(match.needle);
+    return match.where + " AND instr(searchFolded, ?) > 0";
+}
+
+void bind(SQLite::Statement& statement, const Parameters& parameters) {
+    int index = 1;
+    for (const auto& parameter : parameters)
+        std::visit([&](const auto& value) { statement.bind(index++, value); }, parameter);
+}
+
+// Walks the sort order testing each row, reading at most `budget` rows. The row ids of the page,
+// or nothing when the budget ran out first.
+std::optional<std::vector<std::int64_t>> walk(ModelContainer& store, const Match& match, ClipSortOrder sort,
+                                              long long limit, long long offset, long long budget) {
+    std::string sql = "SELECT clip.pk, searchFolded FROM clip WHERE " + match.where + " ORDER BY " + orderBy(sort);
+    SQLite::Statement rows(store.database(), sql);
+    bind(rows, match.parameters);
+    std::vector<std::int64_t> page;
+    long long matched = 0;
+    for (long long read = 0; read < budget; ++read) {
+        if (!rows.executeStep()) return page;
+        SQLite::Column folded = rows.getColumn(1);
+        std::string_view text(static_cast<const char*>(folded.getBlob()), static_cast<std::size_t>(folded.getBytes()));
+        if (text.find(match.needle) == std::string_view::npos) continue;
+        if (matched++ < offset) continue;
+        page.push_back(rows.getColumn(0).getInt64());
+        if (static_cast<long long>(page.size()) == limit) return page;
+    }
+    return std::nullopt;
+}
+
+std::vector<Clip> fetchByRowIDs(ModelContainer& store, const std::vector<std::int64_t>& rowIDs, ClipSortOrder sort) {
+    if (rowIDs.empty()) return {};
+    return store.fetch(ClipFetch{.where = "clip.pk IN (" + rowIDList(rowIDs) + ")", .orderBy = orderBy(sort)});
+}
+
+// A page of candidates that must be sorted: sorting whole rows (with their collections) is what
+// costs when thousands match, so the page is cut on row ids and keys, and only its rows are read.
+std::vector<Clip> fetchSorted(ModelContainer& store, const std::string& where, const Parameters& parameters,
+                              ClipSortOrder sort, long long limit, long long offset) {
+    SQLite::Statement rows(store.database(), "SELECT clip.pk FROM clip WHERE " + where + " ORDER BY " +
+                                                 orderBy(sort) + " LIMIT " + std::to_string(limit) + " OFFSET " +
+                                                 std::to_string(offset));
+    bind(rows, parameters);
+    std::vector<std::int64_t> page;
+    while (rows.executeStep()) page.push_back(rows.getColumn(0).getInt64());
+    return fetchByRowIDs(store, page, sort);
+}
+
+// The matching clips of one store in the sort order, `limit` of them after `offset`. Throws what
+// the store throws.
+std::vector<Clip> fetchMatching(ModelContainer& store, const Match& match, ClipSortOrder sort, long long limit,
+                                long long offset) {
+    if (match.matchesNothing || limit <= 0) return {};
+    ClipFetch request{.where = match.where, .parameters = match.parameters, .orderBy = orderBy(sort),
+                      .limit = limit, .offset = offset};
+    if (match.needle.empty()) return store.fetch(request);
+    Trigrams trigrams = trigramsOf(match.needle);
+    if (trigrams.isEmpty()) {
+        request.where = withScan(match, request.parameters);
+        return store.fetch(request);
+    }
+    SearchPlan plan = planSearch(store, trigrams, offset + limit);
+    if (plan.way == SearchPlan::Way::nothing) return {};
+    if (plan.way == SearchPlan::Way::walkThenIndex) {
+        // The needle is most likely common, so a walk fills the page within about indexLimit rows;
+        // one that is rare after all (or other conditions that are) exhausts the budget and goes
+        // to the index.
+        auto page = walk(store, match, sort, limit, offset, kScanBudgetFactor * plan.indexLimit);
+        if (page) return fetchByRowIDs(store, *page, sort);
+    }
+    Parameters parameters;
+    std::string where = narrowed(match, plan, parameters);
+    return fetchSorted(store, where, parameters, sort, limit, offset);
+}
+
+long long countMatching(ModelContainer& store, const Match& match) {
+    if (match.matchesNothing) return 0;
+    bool isOnlyLive = match.parameters.empty() && match.where == "deletedAt IS NULL";
+    if (match.needle.empty()) {
+        // The store keeps this one; counting "deletedAt IS NULL" would read every row.
+        if (isOnlyLive) return store.liveClipCount();
+        return store.count(match.where, match.parameters);
+    }
+    Trigrams trigrams = trigramsOf(match.needle);
+    Parameters parameters;
+    if (trigrams.isEmpty()) return store.count(withScan(match, parameters), parameters);
+    if (isOnlyLive && codePointLength(match.needle) == kTrigramLength) {
+        // A needle of one trigram is in exactly the rows the index lists for it, so its count
+        // needs no row; only the tombstones (found by their own index) are taken off.
+        SQLite::Statement listed(store.database(), "SELECT count(*) FROM clip_search WHERE clip_search MATCH ?");
+        listed.bind(1, quotedTerm(trigrams.probed.front()));
+        listed.executeStep();
+        return listed.getColumn(0).getInt64() -
+               store.count("deletedAt IS NOT NULL AND instr(searchFolded, ?) > 0", {match.needle});
+    }
+    // Reading the candidates by rowid never costs more than reading every row, so a count always
+    // narrows by the index; the plan only picks the trigrams to narrow by.
+    SearchPlan plan = planSearch(store, trigrams, 1);
+    if (plan.way == SearchPlan::Way::nothing) return 0;
+    return store.count(narrowed(match, plan, parameters), parameters);
+}
+
+bool isMember(const Clip& clip, const Uuid& collectionID) {
+    return std::find(clip.collectionIDs.begin(), clip.collectionIDs.end(), collectionID) != clip.collectionIDs.end();
+}
+
+void keepMembers(std::vector<Clip>& clips, const std::optional<Uuid>& collectionID) {
+    if (!collectionID) return;
+    std::erase_if(clips, [&](const Clip& clip) { return !isMember(clip, *collectionID); });
+}
+
+// Blocks actually allocated, so that sparse files and the WAL's preallocation count as what they take.
+long long allocatedBytes(const std::filesystem::path& file) {
+    struct stat status {};
+    if (::lstat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return 0;
+    long long allocated = static_cast<long long>(status.st_blocks) * 512;
+    return allocated > 0 ? allocated : static_cast<long long>(status.st_size);
+}
+
+long long folderBytes(const std::filesystem::path& folder) {
+    long long total = 0;
+    std::error_code error;
+    std::filesystem::recursive_directory_iterator entries(
+        folder, std::filesystem::directory_options::skip_permission_denied, error);
+    for (; !error && entries != std::filesystem::recursive_directory_iterator(); entries.increment(error))
+        total += allocatedBytes(entries->path());
+    return total;
+}
+
+bool isStoreFile(const std::string& name) {
+    return name.starts_with("Tamarind") && name.find(".store") != std::string::npos;
+}
+
+// A statement on the bare C interface, for loops over every row where the wrapper's per-column
+// objects cost more than the reading.
+class RawStatement {
+public:
+    RawStatement(SQLite::Database& database, const char* sql) : database_(database) {
+        sqlite3_stmt* statement = nullptr;
+        check(sqlite3_prepare_v2(database.getHandle(), sql, -1, &statement, nullptr));
+        statement_.reset(statement);
+    }
+    sqlite3_stmt* get() const { return statement_.get(); }
+    bool step() {
+        int result = sqlite3_step(statement_.get());
+        if (result == SQLITE_ROW) return true;
+        if (result == SQLITE_DONE) return false;
+        check(result);
+        return false;
+    }
+
+private:
+    void check(int result) const {
+        if (result != SQLITE_OK) throw SQLite::Exception(database_.getHandle(), result);
+    }
+    struct Finalize {
+        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+    };
+    SQLite::Database& database_;
+    std::unique_ptr<sqlite3_stmt, Finalize> statement_;
+};
+
+std::string_view columnView(sqlite3_stmt* row, int column) {
+    auto text = reinterpret_cast<const char*>(sqlite3_column_text(row, column));
+    if (!text) return {};
+    return std::string_view(text, static_cast<std::size_t>(sqlite3_column_bytes(row, column)));
+}
+
+struct AppTally {
+    long long count = 0;
+    std::string name;
+    std::optional<double> namedAt;  // createdAt of the clip whose name is kept
+};
+
+}  // namespace
+
+std::vector<Clip> ClipStore::fetchPage(int page, const ClipQuery& query, ClipSortOrder sort, int pageSize) {
+    if (pageSize <= 0) return {};
+    long long first = static_cast<long long>(std::max(page, 0)) * pageSize;
+    Match match = matchOf(query);
+    if (!vault_) {
+        std::vector<Clip> clips;
+        try {
+            clips = fetchMatching(*main_, match, sort, pageSize, first);
+        } catch (const std::exception& error) {
+            log_.log("fetchPage failed: %{public}s", error.what());
+            return {};
+        }
+        // Filtered after the page is cut: a page of a collection may hold fewer clips and still not be the last.
+        keepMembers(clips, query.collectionID);
+        return clips;
+    }
+    std::vector<Clip> clips;
+    for (ModelContainer* store : {main_.get(), vault_.get()}) {
+        try {
+            auto found = fetchMatching(*store, match, sort, first + pageSize, 0);
+            clips.insert(clips.end(), std::make_move_iterator(found.begin()), std::make_move_iterator(found.end()));
+        } catch (const std::exception&) {
+            // A store that can't be read adds nothing to the merged page.
+        }
+    }
+    std::stable_sort(clips.begin(), clips.end(), [&](const Clip& a, const Clip& b) { return precedes(a, b, sort); });
+    keepMembers(clips, query.collectionID);
+    if (static_cast<long long>(clips.size()) <= first) return {};
+    clips.erase(clips.begin(), clips.begin() + first);
+    if (static_cast<long long>(clips.size()) > pageSize) clips.resize(static_cast<std::size_t>(pageSize));
+    return clips;
+}
+
+// The collection filter is not applied: a store count has no membership test.
+long long ClipStore::count(const ClipQuery& query) {
+    Match match = matchOf(query);
+    long long total = 0;
+    for (ModelContainer* store : {main_.get(), vault_.get()}) {
+        if (!store) continue;
+        try {
+            total += countMatching(*store, match);
+        } catch (const std::exception&) {
+            // A store that can't be read counts nothing.
+        }
+    }
+    return total;
+}
+
+std::optional<Clip> ClipStore::clip(const Uuid& id) {
+    for (ModelContainer* store : {main_.get(), vault_.get()}) {
+        if (!store) continue;
+        try {
+            if (auto found = store->clip(id, true)) return found;
+        } catch (const std::exception&) {
+        }
+    }
+    return std::nullopt;
+}
+
+LibraryFacets ClipStore::facets() {
+    LibraryFacets facets;
+    // Few distinct kinds and apps: a short list searched in place costs less per row than a map.
+    std::vector<std::pair<std::string, long long>> kinds;
+    std::vector<std::pair<std::string, AppTally>> apps;
+    for (ModelContainer* store : {main_.get(), vault_.get()}) {
+        if (!store) continue;
+        try {
+            // One pass aggregated here: a GROUP BY would sort every row first. Every row is read,
+            // so the columns are taken straight from SQLite.
+            RawStatement rows(store->database(),
+                              "SELECT kind, isFavorite, isPinned, sourceAppBundleID, sourceAppName, createdAt "
+                              "FROM clip WHERE deletedAt IS NULL");
+            sqlite3_stmt* row = rows.get();
+            while (rows.step()) {
+                ++facets.total;
+                if (sqlite3_column_int(row, 1) != 0) ++facets.favorites;
+                if (sqlite3_column_int(row, 2) != 0) ++facets.pinned;
+                std::string_view kind = columnView(row, 0);
+                auto seenKind =
+                    std::find_if(kinds.begin(), kinds.end(), [&](const auto& k) { return k.first == kind; });
+                if (seenKind == kinds.end()) seenKind = kinds.insert(kinds.end(), {std::string(kind), 0});
+                ++seenKind->second;
+                if (sqlite3_column_type(row, 3) == SQLITE_NULL) continue;
+                std::string_view bundleID = columnView(row, 3);
+                auto app = std::find_if(apps.begin(), apps.end(), [&](const auto& a) { return a.first == bundleID; });
+                if (app == apps.end()) app = apps.insert(apps.end(), {std::string(bundleID), AppTally{}});
+                AppTally& tally = app->second;
+                ++tally.count;
+                // The name of the most recent clip that has one: apps rename themselves over time.
+                if (sqlite3_column_type(row, 4) == SQLITE_NULL) continue;
+                double createdAt = sqlite3_column_double(row, 5);
+                if (!tally.namedAt || createdAt > *tally.namedAt) {
+                    tally.name = columnView(row, 4);
+                    tally.namedAt = createdAt;
+                }
+            }
+        } catch (const std::exception& error) {
+            log_.log("facets failed: %{public}s", error.what());
+        }
+    }
+    for (const auto& [raw, count] : kinds) facets.kindCounts[clipKindOrText(raw)] += count;
+    for (auto& [bundleID, tally] : apps) facets.apps.push_back({bundleID, std::move(tally.name), tally.count});
+    std::sort(facets.apps.begin(), facets.apps.end(), [](const SourceAppFacet& a, const SourceAppFacet& b) {
+        if (a.count != b.count) return a.count > b.count;
+        return a.bundleID < b.bundleID;
+    });
+    return facets;
+}
+
+StorageUsage ClipStore::storageUsage(const std::filesystem::path& applicationSupport) {
+    StorageUsage usage;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entries(applicationSupport, error);
+         !error && entries != std::filesystem::directory_iterator(); entries.increment(error)) {
+        if (isStoreFile(entries->path().filename().string())) usage.databaseBytes += allocatedBytes(entries->path());
+    }
+    usage.blobBytes = folderBytes(applicationSupport / "blobs");
+    usage.cacheBytes = folderBytes(applicationSupport / "icons") + folderBytes(applicationSupport / "favicons");
+    return usage;
+}
+
+std::vector<Collection> ClipStore::collections() {
+    std::vector<Collection> collections;
+    try {
+        collections = main_->collections();
+    } catch (const std::exception& error) {
+        log_.log("collections failed: %{public}s", error.what());
+        return {};
+    }
+    std::stable_sort(collections.begin(), collections.end(), [](const Collection& a, const Collection& b) {
+        if (a.sortIndex != b.sortIndex) return a.sortIndex < b.sortIndex;
+        return a.createdAt < b.createdAt;
+    });
+    return collections;
+}
+
+}  // namespace tamarind

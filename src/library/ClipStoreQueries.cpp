@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
+#include <map>
 #include <memory>
 
 #include "foundation/Text.h"
@@ -383,47 +384,6 @@ bool isStoreFile(const std::string& name) {
     return name.starts_with("Tamarind") && name.find(".store") != std::string::npos;
 }
 
-// A statement on the bare C interface, for loops over every row where the wrapper's per-column
-// objects cost more than the reading.
-class RawStatement {
-public:
-    RawStatement(SQLite::Database& database, const char* sql) : database_(database) {
-        sqlite3_stmt* statement = nullptr;
-        check(sqlite3_prepare_v2(database.getHandle(), sql, -1, &statement, nullptr));
-        statement_.reset(statement);
-    }
-    sqlite3_stmt* get() const { return statement_.get(); }
-    bool step() {
-        int result = sqlite3_step(statement_.get());
-        if (result == SQLITE_ROW) return true;
-        if (result == SQLITE_DONE) return false;
-        check(result);
-        return false;
-    }
-
-private:
-    void check(int result) const {
-        if (result != SQLITE_OK) throw SQLite::Exception(database_.getHandle(), result);
-    }
-    struct Finalize {
-        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-    };
-    SQLite::Database& database_;
-    std::unique_ptr<sqlite3_stmt, Finalize> statement_;
-};
-
-std::string_view columnView(sqlite3_stmt* row, int column) {
-    auto text = reinterpret_cast<const char*>(sqlite3_column_text(row, column));
-    if (!text) return {};
-    return std::string_view(text, static_cast<std::size_t>(sqlite3_column_bytes(row, column)));
-}
-
-struct AppTally {
-    long long count = 0;
-    std::string name;
-    std::optional<double> namedAt;  // createdAt of the clip whose name is kept
-};
-
 }  // namespace
 
 std::vector<Clip> ClipStore::fetchPage(int page, const ClipQuery& query, ClipSortOrder sort, int pageSize) {
@@ -460,7 +420,34 @@ std::vector<Clip> ClipStore::fetchPage(int page, const ClipQuery& query, ClipSor
 }
 
 // The collection filter is not applied: a store count has no membership test.
+namespace {
+
+// A query with no text and one filter is answered by the store's facet counts.
+std::optional<std::pair<std::string, std::string>> facetOf(const ClipQuery& query) {
+    if (!trimmed(query.text).empty() || query.collectionID) return std::nullopt;
+    int filters = (query.kind ? 1 : 0) + (query.appBundleID ? 1 : 0) + (query.onlyFavorites ? 1 : 0) +
+                  (query.onlyPinned ? 1 : 0);
+    if (filters != 1) return std::nullopt;
+    if (query.kind) return std::pair<std::string, std::string>("kind", std::string(rawValue(*query.kind)));
+    if (query.appBundleID) return std::pair<std::string, std::string>("app", *query.appBundleID);
+    return std::pair<std::string, std::string>("flag", query.onlyFavorites ? "favorite" : "pinned");
+}
+
+}  // namespace
+
 long long ClipStore::count(const ClipQuery& query) {
+    if (auto facet = facetOf(query)) {
+        long long total = 0;
+        for (ModelContainer* store : {main_.get(), vault_.get()}) {
+            if (!store) continue;
+            try {
+                for (const ModelContainer::FacetCount& count : store->facetCounts())
+                    if (count.dimension == facet->first && count.value == facet->second) total += count.count;
+            } catch (const std::exception&) {
+            }
+        }
+        return total;
+    }
     Match match = matchOf(query);
     long long total = 0;
     for (ModelContainer* store : {main_.get(), vault_.get()}) {
@@ -487,47 +474,31 @@ std::optional<Clip> ClipStore::clip(const Uuid& id) {
 
 LibraryFacets ClipStore::facets() {
     LibraryFacets facets;
-    // Few distinct kinds and apps: a short list searched in place costs less per row than a map.
-    std::vector<std::pair<std::string, long long>> kinds;
-    std::vector<std::pair<std::string, AppTally>> apps;
+    facets.total = liveClipCount();
+    std::map<std::string, SourceAppFacet> apps;
     for (ModelContainer* store : {main_.get(), vault_.get()}) {
         if (!store) continue;
         try {
-            // One pass aggregated here: a GROUP BY would sort every row first. Every row is read,
-            // so the columns are taken straight from SQLite.
-            RawStatement rows(store->database(),
-                              "SELECT kind, isFavorite, isPinned, sourceAppBundleID, sourceAppName, createdAt "
-                              "FROM clip WHERE deletedAt IS NULL");
-            sqlite3_stmt* row = rows.get();
-            while (rows.step()) {
-                ++facets.total;
-                if (sqlite3_column_int(row, 1) != 0) ++facets.favorites;
-                if (sqlite3_column_int(row, 2) != 0) ++facets.pinned;
-                std::string_view kind = columnView(row, 0);
-                auto seenKind =
-                    std::find_if(kinds.begin(), kinds.end(), [&](const auto& k) { return k.first == kind; });
-                if (seenKind == kinds.end()) seenKind = kinds.insert(kinds.end(), {std::string(kind), 0});
-                ++seenKind->second;
-                if (sqlite3_column_type(row, 3) == SQLITE_NULL) continue;
-                std::string_view bundleID = columnView(row, 3);
-                auto app = std::find_if(apps.begin(), apps.end(), [&](const auto& a) { return a.first == bundleID; });
-                if (app == apps.end()) app = apps.insert(apps.end(), {std::string(bundleID), AppTally{}});
-                AppTally& tally = app->second;
-                ++tally.count;
-                // The name of the most recent clip that has one: apps rename themselves over time.
-                if (sqlite3_column_type(row, 4) == SQLITE_NULL) continue;
-                double createdAt = sqlite3_column_double(row, 5);
-                if (!tally.namedAt || createdAt > *tally.namedAt) {
-                    tally.name = columnView(row, 4);
-                    tally.namedAt = createdAt;
+            // The store keeps these counts by triggers, so a million clips cost no more than ten.
+            for (const ModelContainer::FacetCount& facet : store->facetCounts()) {
+                if (facet.dimension == "kind") {
+                    facets.kindCounts[clipKindOrText(facet.value)] += facet.count;
+                } else if (facet.dimension == "app") {
+                    SourceAppFacet& app = apps[facet.value];
+                    app.bundleID = facet.value;
+                    app.count += facet.count;
+                    if (app.name.empty() && facet.name) app.name = *facet.name;
+                } else if (facet.value == "favorite") {
+                    facets.favorites += facet.count;
+                } else if (facet.value == "pinned") {
+                    facets.pinned += facet.count;
                 }
             }
         } catch (const std::exception& error) {
             log_.log("facets failed: %{public}s", error.what());
         }
     }
-    for (const auto& [raw, count] : kinds) facets.kindCounts[clipKindOrText(raw)] += count;
-    for (auto& [bundleID, tally] : apps) facets.apps.push_back({bundleID, std::move(tally.name), tally.count});
+    for (auto& [bundleID, app] : apps) facets.apps.push_back(std::move(app));
     std::sort(facets.apps.begin(), facets.apps.end(), [](const SourceAppFacet& a, const SourceAppFacet& b) {
         if (a.count != b.count) return a.count > b.count;
         return a.bundleID < b.bundleID;

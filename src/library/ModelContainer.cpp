@@ -115,6 +115,67 @@ CREATE TRIGGER IF NOT EXISTS clip_live_tombstone AFTER UPDATE OF deletedAt ON cl
   WHEN (old.deletedAt IS NULL) <> (new.deletedAt IS NULL) BEGIN
   UPDATE clip_stats SET live = live + (CASE WHEN new.deletedAt IS NULL THEN 1 ELSE -1 END);
 END;
+-- The facets (live clips per kind, per source app, favourites, pinned), kept by triggers for
+-- the same reason. Counts can fall to 0; readers skip those rows.
+CREATE TABLE IF NOT EXISTS clip_facet_count (
+  dimension TEXT NOT NULL, value TEXT NOT NULL, live INTEGER NOT NULL, name TEXT, namedAt REAL,
+  PRIMARY KEY (dimension, value)) WITHOUT ROWID;
+INSERT INTO clip_facet_count(dimension, value, live) SELECT 'kind', kind, count(*) FROM clip
+  WHERE deletedAt IS NULL AND NOT EXISTS (SELECT 1 FROM meta WHERE key = 'facetCounts') GROUP BY kind;
+-- An app's name is the one its most recent named clip carries (the bare columns of a max()).
+INSERT INTO clip_facet_count(dimension, value, live, name, namedAt)
+  SELECT 'app', sourceAppBundleID, count(*), sourceAppName,
+         max(CASE WHEN sourceAppName IS NOT NULL THEN createdAt END) FROM clip
+  WHERE deletedAt IS NULL AND sourceAppBundleID IS NOT NULL
+    AND NOT EXISTS (SELECT 1 FROM meta WHERE key = 'facetCounts') GROUP BY sourceAppBundleID;
+INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'favorite', count(*) FROM clip
+  WHERE deletedAt IS NULL AND isFavorite <> 0 AND NOT EXISTS (SELECT 1 FROM meta WHERE key = 'facetCounts')
+  GROUP BY isFavorite <> 0;
+INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'pinned', count(*) FROM clip
+  WHERE deletedAt IS NULL AND isPinned <> 0 AND NOT EXISTS (SELECT 1 FROM meta WHERE key = 'facetCounts')
+  GROUP BY isPinned <> 0;
+INSERT INTO meta(key, value) SELECT 'facetCounts', '1' WHERE NOT EXISTS (SELECT 1 FROM meta WHERE key = 'facetCounts');
+CREATE TRIGGER IF NOT EXISTS clip_facet_insert AFTER INSERT ON clip BEGIN
+  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'kind', new.kind, 1 WHERE new.deletedAt IS NULL
+    ON CONFLICT DO UPDATE SET live = live + 1;
+  INSERT INTO clip_facet_count(dimension, value, live, name, namedAt)
+    SELECT 'app', new.sourceAppBundleID, 1, new.sourceAppName, CASE WHEN new.sourceAppName IS NOT NULL
+      THEN new.createdAt END
+    WHERE new.deletedAt IS NULL AND new.sourceAppBundleID IS NOT NULL
+    ON CONFLICT DO UPDATE SET live = live + 1,
+      name = CASE WHEN excluded.namedAt >= coalesce(namedAt, excluded.namedAt) THEN excluded.name ELSE name END,
+      namedAt = max(coalesce(namedAt, excluded.namedAt), coalesce(excluded.namedAt, namedAt));
+  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'favorite', 1
+    WHERE new.deletedAt IS NULL AND new.isFavorite <> 0 ON CONFLICT DO UPDATE SET live = live + 1;
+  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'pinned', 1
+    WHERE new.deletedAt IS NULL AND new.isPinned <> 0 ON CONFLICT DO UPDATE SET live = live + 1;
+END;
+CREATE TRIGGER IF NOT EXISTS clip_facet_delete AFTER DELETE ON clip BEGIN
+  UPDATE clip_facet_count SET live = live - 1 WHERE old.deletedAt IS NULL AND (
+    (dimension = 'kind' AND value = old.kind) OR (dimension = 'app' AND value = old.sourceAppBundleID) OR
+    (dimension = 'flag' AND value = 'favorite' AND old.isFavorite <> 0) OR
+    (dimension = 'flag' AND value = 'pinned' AND old.isPinned <> 0));
+END;
+CREATE TRIGGER IF NOT EXISTS clip_facet_update
+  AFTER UPDATE OF kind, isFavorite, isPinned, sourceAppBundleID, sourceAppName, deletedAt ON clip BEGIN
+  UPDATE clip_facet_count SET live = live - 1 WHERE old.deletedAt IS NULL AND (
+    (dimension = 'kind' AND value = old.kind) OR (dimension = 'app' AND value = old.sourceAppBundleID) OR
+    (dimension = 'flag' AND value = 'favorite' AND old.isFavorite <> 0) OR
+    (dimension = 'flag' AND value = 'pinned' AND old.isPinned <> 0));
+  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'kind', new.kind, 1 WHERE new.deletedAt IS NULL
+    ON CONFLICT DO UPDATE SET live = live + 1;
+  INSERT INTO clip_facet_count(dimension, value, live, name, namedAt)
+    SELECT 'app', new.sourceAppBundleID, 1, new.sourceAppName, CASE WHEN new.sourceAppName IS NOT NULL
+      THEN new.createdAt END
+    WHERE new.deletedAt IS NULL AND new.sourceAppBundleID IS NOT NULL
+    ON CONFLICT DO UPDATE SET live = live + 1,
+      name = CASE WHEN excluded.namedAt >= coalesce(namedAt, excluded.namedAt) THEN excluded.name ELSE name END,
+      namedAt = max(coalesce(namedAt, excluded.namedAt), coalesce(excluded.namedAt, namedAt));
+  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'favorite', 1
+    WHERE new.deletedAt IS NULL AND new.isFavorite <> 0 ON CONFLICT DO UPDATE SET live = live + 1;
+  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'pinned', 1
+    WHERE new.deletedAt IS NULL AND new.isPinned <> 0 ON CONFLICT DO UPDATE SET live = live + 1;
+END;
 CREATE VIRTUAL TABLE IF NOT EXISTS clip_search USING fts5(
   searchFolded, content='clip', content_rowid='pk', tokenize='trigram case_sensitive 1', detail='none');
 CREATE TRIGGER IF NOT EXISTS clip_search_insert AFTER INSERT ON clip BEGIN
@@ -630,6 +691,16 @@ std::vector<SyncDevice> ModelContainer::devices() {
         result.push_back(std::move(device));
     }
     return result;
+}
+
+std::vector<ModelContainer::FacetCount> ModelContainer::facetCounts() {
+    std::vector<FacetCount> counts;
+    SQLite::Statement query(*database_,
+                            "SELECT dimension, value, live, name FROM clip_facet_count WHERE live > 0");
+    while (query.executeStep())
+        counts.push_back(FacetCount{query.getColumn(0).getString(), query.getColumn(1).getString(),
+                                    query.getColumn(2).getInt64(), columnText(query, 3)});
+    return counts;
 }
 
 long long ModelContainer::liveClipCount() {

@@ -78,6 +78,15 @@ public:
     std::optional<Clip> clip(const Uuid& id, bool includesMedia = true);
     // Clips without deletedAt, from a counter the schema keeps: no scan.
     long long liveClipCount();
+    // Live clips per kind ("kind", raw string), per source app ("app", bundle id, with a name),
+    // and favourites and pinned ("flag", "favorite" / "pinned"), kept by triggers; no scan.
+    struct FacetCount {
+        std::string dimension;
+        std::string value;
+        long long count = 0;
+        std::optional<std::string> name;
+    };
+    std::vector<FacetCount> facetCounts();
     std::vector<Collection> collections();
     std::optional<Collection> collection(const Uuid& id);
     std::vector<SyncDevice> devices();

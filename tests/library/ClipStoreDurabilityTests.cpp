@@ -135,3 +135,55 @@ TEST(ModelContainer, TheLiveCountFollowsInsertsTombstonesAndDeletes) {
 
 }  // namespace
 }  // namespace tamarind
+
+#include "support/TemporaryFolder.h"
+
+namespace tamarind {
+namespace {
+
+std::string describeFacets(ModelContainer& container) {
+    std::string out;
+    for (const auto& facet : container.facetCounts())
+        out += facet.dimension + ":" + facet.value + "=" + std::to_string(facet.count) +
+               (facet.name ? "(" + *facet.name + ")" : "") + " ";
+    return out;
+}
+
+TEST(ModelContainer, FacetCountsFollowEveryChangeAndAreRebuiltForAnOlderFile) {
+    TemporaryFolder folder;
+    auto file = folder.path() / "facets.store";
+    auto container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(file));
+    Clip a = Clip::make(Date::fromReferenceSeconds(1));
+    a.sourceAppBundleID = "org.mozilla.firefox";
+    a.sourceAppName = "Firefox";
+    Clip b = Clip::make(Date::fromReferenceSeconds(2));
+    b.kind = "link";
+    b.isFavorite = true;
+    b.sourceAppBundleID = "org.mozilla.firefox";
+    b.sourceAppName = "Firefox Nightly";
+    container->insert(a);
+    container->insert(b);
+    EXPECT_EQ(describeFacets(*container),
+              "app:org.mozilla.firefox=2(Firefox Nightly) flag:favorite=1 kind:link=1 kind:text=1 ");
+    b.isFavorite = false;
+    b.isPinned = true;
+    b.kind = "code";
+    container->update(b);
+    a.deletedAt = Date::fromReferenceSeconds(3);
+    container->update(a);
+    EXPECT_EQ(describeFacets(*container), "app:org.mozilla.firefox=1(Firefox Nightly) flag:pinned=1 kind:code=1 ");
+    container->remove(b.id);
+    EXPECT_EQ(describeFacets(*container), "");
+    a.deletedAt.reset();
+    container->update(a);
+    ASSERT_FALSE(container->save());
+
+    // A file written before the counts existed gets them computed when it is opened.
+    container->database().exec("DROP TABLE clip_facet_count; DELETE FROM meta WHERE key = 'facetCounts'");
+    container.reset();
+    container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(file));
+    EXPECT_EQ(describeFacets(*container), "app:org.mozilla.firefox=1(Firefox) kind:text=1 ");
+}
+
+}  // namespace
+}  // namespace tamarind

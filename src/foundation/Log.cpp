@@ -80,23 +80,23 @@ struct Specifier {
     char conversion = 's';
 };
 
-std::string renderNumber(const LogArgument& argument, const Specifier& spec) {
+std::string renderNumber(const LogArgument& argument, const Specifier& specifier) {
     char buffer[64];
     if (auto* i = std::get_if<std::int64_t>(&argument)) {
-        if (spec.conversion == 'x') std::snprintf(buffer, sizeof buffer, "%" PRIx64, static_cast<std::uint64_t>(*i));
-        else if (spec.conversion == 'f' || spec.conversion == 'g')
-            return renderNumber(LogArgument{static_cast<double>(*i)}, spec);
+        if (specifier.conversion == 'x') std::snprintf(buffer, sizeof buffer, "%" PRIx64, static_cast<std::uint64_t>(*i));
+        else if (specifier.conversion == 'f' || specifier.conversion == 'g')
+            return renderNumber(LogArgument{static_cast<double>(*i)}, specifier);
         else std::snprintf(buffer, sizeof buffer, "%" PRId64, *i);
     } else if (auto* u = std::get_if<std::uint64_t>(&argument)) {
-        if (spec.conversion == 'x') std::snprintf(buffer, sizeof buffer, "%" PRIx64, *u);
-        else if (spec.conversion == 'f' || spec.conversion == 'g')
-            return renderNumber(LogArgument{static_cast<double>(*u)}, spec);
+        if (specifier.conversion == 'x') std::snprintf(buffer, sizeof buffer, "%" PRIx64, *u);
+        else if (specifier.conversion == 'f' || specifier.conversion == 'g')
+            return renderNumber(LogArgument{static_cast<double>(*u)}, specifier);
         else std::snprintf(buffer, sizeof buffer, "%" PRIu64, *u);
     } else if (auto* d = std::get_if<double>(&argument)) {
-        if (spec.conversion == 'd' || spec.conversion == 'i' || spec.conversion == 'u')
+        if (specifier.conversion == 'd' || specifier.conversion == 'i' || specifier.conversion == 'u')
             std::snprintf(buffer, sizeof buffer, "%lld", static_cast<long long>(*d));
-        else if (spec.conversion == 'f')
-            std::snprintf(buffer, sizeof buffer, "%.*f", spec.precision < 0 ? 6 : spec.precision, *d);
+        else if (specifier.conversion == 'f')
+            std::snprintf(buffer, sizeof buffer, "%.*f", specifier.precision < 0 ? 6 : specifier.precision, *d);
         else std::snprintf(buffer, sizeof buffer, "%g", *d);
     } else {
         return "";
@@ -104,9 +104,9 @@ std::string renderNumber(const LogArgument& argument, const Specifier& spec) {
     return buffer;
 }
 
-std::string render(const LogArgument& argument, const Specifier& spec) {
-    if (spec.isPrivate) return "<private>";
-    if (spec.isBool) {
+std::string render(const LogArgument& argument, const Specifier& specifier) {
+    if (specifier.isPrivate) return "<private>";
+    if (specifier.isBool) {
         bool value = std::visit(
             [](const auto& v) {
                 using T = std::decay_t<decltype(v)>;
@@ -118,10 +118,10 @@ std::string render(const LogArgument& argument, const Specifier& spec) {
     }
     if (auto* text = std::get_if<std::string>(&argument)) return *text;
     if (auto* flag = std::get_if<bool>(&argument)) {
-        if (spec.conversion == 's' || spec.conversion == '@') return *flag ? "true" : "false";
+        if (specifier.conversion == 's' || specifier.conversion == '@') return *flag ? "true" : "false";
         return *flag ? "1" : "0";
     }
-    return renderNumber(argument, spec);
+    return renderNumber(argument, specifier);
 }
 
 }  // namespace
@@ -167,7 +167,7 @@ std::string formatLogMessage(std::string_view format, std::span<const LogArgumen
             i = at;
             continue;
         }
-        Specifier spec;
+        Specifier specifier;
         if (format[at] == '{') {
             std::size_t close = format.find('}', at);
             if (close == std::string_view::npos) {
@@ -180,20 +180,20 @@ std::string formatLogMessage(std::string_view format, std::span<const LogArgumen
                 std::size_t comma = annotations.find(',');
                 std::string_view word = annotations.substr(0, comma);
                 if (word == "public") isPublic = true;
-                else if (word == "private") spec.isPrivate = true;
-                else if (word == "bool" || word == "BOOL") spec.isBool = true;
+                else if (word == "private") specifier.isPrivate = true;
+                else if (word == "bool" || word == "BOOL") specifier.isBool = true;
                 annotations = comma == std::string_view::npos ? std::string_view{} : annotations.substr(comma + 1);
             }
-            if (isPublic) spec.isPrivate = false;
+            if (isPublic) specifier.isPrivate = false;
             at = close + 1;
         }
         // Flags and width are read and ignored; precision matters for %f.
         while (at < format.size() && std::string_view("-+ #0123456789").find(format[at]) != std::string_view::npos)
             ++at;
         if (at < format.size() && format[at] == '.') {
-            spec.precision = 0;
+            specifier.precision = 0;
             while (++at < format.size() && format[at] >= '0' && format[at] <= '9')
-                spec.precision = spec.precision * 10 + (format[at] - '0');
+                specifier.precision = specifier.precision * 10 + (format[at] - '0');
         }
         while (at < format.size() && std::string_view("hlqjzt").find(format[at]) != std::string_view::npos) ++at;
         if (at >= format.size() || std::string_view("sdiufgx@c").find(format[at]) == std::string_view::npos) {
@@ -202,8 +202,8 @@ std::string formatLogMessage(std::string_view format, std::span<const LogArgumen
             i = at - 1;
             continue;
         }
-        spec.conversion = format[at];
-        out += next < arguments.size() ? render(arguments[next], spec) : std::string("<missing>");
+        specifier.conversion = format[at];
+        out += next < arguments.size() ? render(arguments[next], specifier) : std::string("<missing>");
         ++next;
         i = at;
     }

@@ -187,7 +187,10 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
             if (!container) continue;
             try {
                 auto found = container->fetch(
-                    ClipFetch{"contentHash = ? AND deletedAt IS NULL", {hash}, "createdAt DESC", 1, 0, true});
+                    ClipFetch{.where = "contentHash = ? AND deletedAt IS NULL",
+                              .parameters = {hash},
+                              .orderBy = "createdAt DESC",
+                              .limit = 1});
                 if (!found.empty() && (!newest || found.front().createdAt > newest->createdAt)) {
                     newest = std::move(found.front());
                     home = container;
@@ -234,7 +237,7 @@ void ClipStore::promote(Clip clip, ModelContainer& container, Date at) {
     clip.markUsed(at);
     recentHashes_.record(clip.contentHash);
     try {
-        container.update(clip);
+        container.updateUsage(clip);
     } catch (const std::exception& error) {
         log_.log("Save failed: %{public}s", error.what());
     }

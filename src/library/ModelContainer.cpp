@@ -524,6 +524,17 @@ void ModelContainer::update(const Clip& clip) {
     });
 }
 
+void ModelContainer::updateUsage(const Clip& clip) {
+    beginChanges();
+    SQLite::Statement statement(*database_,
+                                "UPDATE clip SET createdAt = ?2, lastUsedAt = ?3, useCount = ?4 WHERE id = ?1");
+    statement.bind(1, clip.id.uuidString());
+    statement.bind(2, clip.createdAt.secondsSinceReferenceDate());
+    bindDate(statement, 3, clip.lastUsedAt);
+    statement.bind(4, static_cast<std::int64_t>(clip.useCount));
+    statement.exec();
+}
+
 void ModelContainer::remove(const Uuid& id) {
     beginChanges();
     SQLite::Statement statement(*database_, "DELETE FROM clip WHERE id = ?");

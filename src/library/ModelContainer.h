@@ -56,6 +56,9 @@ public:
     // Writes every field of the record with this id, media and collections too: a clip read
     // without its media loses it here. An unknown id does nothing.
     void update(const Clip& clip);
+    // Writes only createdAt, lastUsedAt and useCount: what a promotion or a use changes. Cheaper
+    // than update(), which rewrites media, memberships and the search index.
+    void updateUsage(const Clip& clip);
     void remove(const Uuid& id);
     // Removes every clip, with no tombstones.
     void removeAllClips();

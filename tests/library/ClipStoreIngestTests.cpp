@@ -211,6 +211,14 @@ TEST_F(ClipStoreIngestTest, ImagesAndFilesAreBuiltAndTheIconIsAskedFor) {
             ->clip(inserted.clipID);
     ASSERT_TRUE(withMedia && withMedia->thumbnailData);
     EXPECT_FALSE(clips[0].thumbnailData) << "lists don't read thumbnails";
+
+    shot.capturedAt = Date::fromReferenceSeconds(8);
+    EXPECT_EQ(ingest(shot), IngestResult::deduplicated(inserted.clipID));
+    auto promoted =
+        std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(folder.path() / kMainStoreFilename))
+            ->clip(inserted.clipID);
+    EXPECT_EQ(promoted->thumbnailData, withMedia->thumbnailData) << "a promotion keeps the media";
+    EXPECT_EQ(promoted->createdAt, Date::fromReferenceSeconds(8));
 }
 
 TEST(OpenStores, FallsBackStepByStepAndNeverTouchesABadFile) {

@@ -259,7 +259,19 @@ void ClipStore::setPinned(const Uuid& id, bool value) {
 }
 
 void ClipStore::markUsed(const Uuid& id, Date at) {
-    if (changeClip(containerOf(id), id, log_, [&](Clip& clip) { clip.markUsed(at); })) save();
+    // A use changes three fields; updateUsage writes only those, not the media and search index.
+    ModelContainer* container = containerOf(id);
+    if (!container) return;
+    try {
+        auto clip = container->clip(id, /*includesMedia=*/false);
+        if (!clip || clip->deletedAt) return;
+        clip->markUsed(at);
+        container->updateUsage(*clip);
+    } catch (const std::exception& error) {
+        log_.log("Save failed: %{public}s", error.what());
+        return;
+    }
+    save();
 }
 
 void ClipStore::setReminder(const Uuid& id, std::optional<Date> date, std::optional<std::string> appBundleID) {

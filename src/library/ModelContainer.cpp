@@ -17,6 +17,30 @@ namespace tamarind {
 
 namespace {
 
+// What one live row adds to the facet counts, and takes away; the three facet triggers share
+// them through the placeholders that schema() fills in.
+constexpr const char* kFacetAdd = R"SQL(
+  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'kind', new.kind, 1 WHERE new.deletedAt IS NULL
+    ON CONFLICT DO UPDATE SET live = live + 1;
+  INSERT INTO clip_facet_count(dimension, value, live, name, namedAt)
+    SELECT 'app', new.sourceAppBundleID, 1, new.sourceAppName, CASE WHEN new.sourceAppName IS NOT NULL
+      THEN new.createdAt END
+    WHERE new.deletedAt IS NULL AND new.sourceAppBundleID IS NOT NULL
+    ON CONFLICT DO UPDATE SET live = live + 1,
+      name = CASE WHEN excluded.namedAt >= coalesce(namedAt, excluded.namedAt) THEN excluded.name ELSE name END,
+      namedAt = max(coalesce(namedAt, excluded.namedAt), coalesce(excluded.namedAt, namedAt));
+  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'favorite', 1
+    WHERE new.deletedAt IS NULL AND new.isFavorite <> 0 ON CONFLICT DO UPDATE SET live = live + 1;
+  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'pinned', 1
+    WHERE new.deletedAt IS NULL AND new.isPinned <> 0 ON CONFLICT DO UPDATE SET live = live + 1;
+)SQL";
+constexpr const char* kFacetRemove = R"SQL(
+  UPDATE clip_facet_count SET live = live - 1 WHERE old.deletedAt IS NULL AND (
+    (dimension = 'kind' AND value = old.kind) OR (dimension = 'app' AND value = old.sourceAppBundleID) OR
+    (dimension = 'flag' AND value = 'favorite' AND old.isFavorite <> 0) OR
+    (dimension = 'flag' AND value = 'pinned' AND old.isPinned <> 0));
+)SQL";
+
 // One column per record field, named as the field. The large blobs live in
 // clip_media so that scans of clip never page through them; searchFolded is
 // the folded searchText that the trigram index covers.
@@ -136,46 +160,13 @@ INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'pinned', co
   GROUP BY isPinned <> 0;
 INSERT INTO meta(key, value) SELECT 'facetCounts', '1' WHERE NOT EXISTS (SELECT 1 FROM meta WHERE key = 'facetCounts');
 CREATE TRIGGER IF NOT EXISTS clip_facet_insert AFTER INSERT ON clip BEGIN
-  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'kind', new.kind, 1 WHERE new.deletedAt IS NULL
-    ON CONFLICT DO UPDATE SET live = live + 1;
-  INSERT INTO clip_facet_count(dimension, value, live, name, namedAt)
-    SELECT 'app', new.sourceAppBundleID, 1, new.sourceAppName, CASE WHEN new.sourceAppName IS NOT NULL
-      THEN new.createdAt END
-    WHERE new.deletedAt IS NULL AND new.sourceAppBundleID IS NOT NULL
-    ON CONFLICT DO UPDATE SET live = live + 1,
-      name = CASE WHEN excluded.namedAt >= coalesce(namedAt, excluded.namedAt) THEN excluded.name ELSE name END,
-      namedAt = max(coalesce(namedAt, excluded.namedAt), coalesce(excluded.namedAt, namedAt));
-  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'favorite', 1
-    WHERE new.deletedAt IS NULL AND new.isFavorite <> 0 ON CONFLICT DO UPDATE SET live = live + 1;
-  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'pinned', 1
-    WHERE new.deletedAt IS NULL AND new.isPinned <> 0 ON CONFLICT DO UPDATE SET live = live + 1;
-END;
+{facetAdd}END;
 CREATE TRIGGER IF NOT EXISTS clip_facet_delete AFTER DELETE ON clip BEGIN
-  UPDATE clip_facet_count SET live = live - 1 WHERE old.deletedAt IS NULL AND (
-    (dimension = 'kind' AND value = old.kind) OR (dimension = 'app' AND value = old.sourceAppBundleID) OR
-    (dimension = 'flag' AND value = 'favorite' AND old.isFavorite <> 0) OR
-    (dimension = 'flag' AND value = 'pinned' AND old.isPinned <> 0));
-END;
+{facetRemove}END;
+-- An update takes away what the old row counted and adds what the new one counts.
 CREATE TRIGGER IF NOT EXISTS clip_facet_update
   AFTER UPDATE OF kind, isFavorite, isPinned, sourceAppBundleID, sourceAppName, deletedAt ON clip BEGIN
-  UPDATE clip_facet_count SET live = live - 1 WHERE old.deletedAt IS NULL AND (
-    (dimension = 'kind' AND value = old.kind) OR (dimension = 'app' AND value = old.sourceAppBundleID) OR
-    (dimension = 'flag' AND value = 'favorite' AND old.isFavorite <> 0) OR
-    (dimension = 'flag' AND value = 'pinned' AND old.isPinned <> 0));
-  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'kind', new.kind, 1 WHERE new.deletedAt IS NULL
-    ON CONFLICT DO UPDATE SET live = live + 1;
-  INSERT INTO clip_facet_count(dimension, value, live, name, namedAt)
-    SELECT 'app', new.sourceAppBundleID, 1, new.sourceAppName, CASE WHEN new.sourceAppName IS NOT NULL
-      THEN new.createdAt END
-    WHERE new.deletedAt IS NULL AND new.sourceAppBundleID IS NOT NULL
-    ON CONFLICT DO UPDATE SET live = live + 1,
-      name = CASE WHEN excluded.namedAt >= coalesce(namedAt, excluded.namedAt) THEN excluded.name ELSE name END,
-      namedAt = max(coalesce(namedAt, excluded.namedAt), coalesce(excluded.namedAt, namedAt));
-  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'favorite', 1
-    WHERE new.deletedAt IS NULL AND new.isFavorite <> 0 ON CONFLICT DO UPDATE SET live = live + 1;
-  INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'pinned', 1
-    WHERE new.deletedAt IS NULL AND new.isPinned <> 0 ON CONFLICT DO UPDATE SET live = live + 1;
-END;
+{facetRemove}{facetAdd}END;
 CREATE VIRTUAL TABLE IF NOT EXISTS clip_search USING fts5(
   searchFolded, content='clip', content_rowid='pk', tokenize='trigram case_sensitive 1', detail='none');
 CREATE TRIGGER IF NOT EXISTS clip_search_insert AFTER INSERT ON clip BEGIN
@@ -189,6 +180,18 @@ CREATE TRIGGER IF NOT EXISTS clip_search_update AFTER UPDATE OF searchFolded ON 
   INSERT INTO clip_search(rowid, searchFolded) VALUES (new.pk, new.searchFolded);
 END;
 )SQL";
+
+const std::string& schema() {
+    static const std::string text = [] {
+        std::string sql = kSchema;
+        for (auto [placeholder, body] : {std::pair<std::string_view, std::string_view>{"{facetAdd}", kFacetAdd},
+                                         std::pair<std::string_view, std::string_view>{"{facetRemove}", kFacetRemove}})
+            for (std::size_t at; (at = sql.find(placeholder)) != std::string::npos;)
+                sql.replace(at, placeholder.size(), body);
+        return sql;
+    }();
+    return text;
+}
 
 constexpr const char* kClipColumns =
     "clip.pk, id, createdAt, lastUsedAt, useCount, kind, isFavorite, isPinned, isSensitive, text, richTextData, "
@@ -409,7 +412,7 @@ ModelContainer::OpenResult ModelContainer::open(const std::filesystem::path& fil
         // The schema's statements are idempotent: a store of this version made before a
         // table was added gets it here.
         SQLite::Transaction transaction(*database);
-        database->exec(kSchema);
+        database->exec(schema());
         if (isNew)
             database->exec(std::string("INSERT INTO meta(key, value) VALUES ('schemaVersion', '") + kSchemaVersion +
                            "')");
@@ -425,7 +428,7 @@ ModelContainer::OpenResult ModelContainer::openInMemory() {
     try {
         auto database = std::make_unique<SQLite::Database>(":memory:", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
         configure(*database);
-        database->exec(kSchema);
+        database->exec(schema());
         database->exec(std::string("INSERT INTO meta(key, value) VALUES ('schemaVersion', '") + kSchemaVersion + "')");
         return std::unique_ptr<ModelContainer>(new ModelContainer(std::move(database), std::nullopt));
     } catch (const std::exception& error) {

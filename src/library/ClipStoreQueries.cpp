@@ -4,11 +4,10 @@
 // Substring search picks, per query and per store, the cheaper way to a page:
 // walking the sort order's index and testing each row, which stops when the page
 // is full (quick for a common needle, a full scan for a rare one), or reading the
-// rows that the trigram index lists for the needle's trigrams and sorting them
-// (quick when they are few). Capped counts from the index tell which. The index
-// keeps no positions (detail=none), so it only narrows: every candidate is still
-// tested with instr() on the folded text, and the result is exactly the
-// containment test.
+// rows that the trigram index lists for the needle and sorting them (quick when
+// they are few). The index keeps the trigrams' positions, so the needle quoted as
+// one phrase is matched as a substring by the index alone; a capped read of its
+// rows tells which way is cheaper. The result is exactly the containment test.
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
@@ -32,18 +31,14 @@ using Parameters = std::vector<std::variant<std::int64_t, double, std::string>>;
 
 // The trigram tokenizer indexes runs of three code points; shorter needles can't use it.
 constexpr std::size_t kTrigramLength = 3;
-// Probing costs one small index read per trigram; a long pasted needle is narrowed enough by a sample.
-constexpr std::size_t kMaximumProbedTrigrams = 12;
-// Each trigram of an AND costs a read of its whole row list when the answer is rare.
-constexpr std::size_t kMaximumCoverTrigrams = 6;
+// Each code point of a phrase adds a row list to read; a long pasted needle is narrowed enough
+// by its start, and the rows found are then tested for the whole of it.
+constexpr std::size_t kMaximumPhraseLength = 24;
 // Bounds of the candidate count below which the index beats a walk (see indexLimit).
 constexpr long long kMinimumIndexLimit = 64;
 constexpr long long kMaximumIndexLimit = 20'000;
 // How many times the expected number of rows a walk may read before the index takes over.
 constexpr long long kScanBudgetFactor = 4;
-// A probe reads a trigram's rows up to its cap, so it is kept well below the index limit: a
-// trigram under it narrows at once, and one above goes to the cheaper AND of a cover.
-constexpr long long kProbeCapDivisor = 8;
 
 // The part of a query that every store answers the same way.
 struct Match {
@@ -100,80 +95,40 @@ bool precedes(const Clip& a, const Clip& b, ClipSortOrder sort) {
     return false;
 }
 
-std::size_t codePointLength(std::string_view text) {
-    std::size_t length = 0;
-    forEachCodePoint(text, [&](char32_t) { ++length; });
-    return length;
-}
-
-// At most `count` of the distinct strings of `list`, spread evenly over it, in order.
-std::vector<std::string> spread(const std::vector<std::string>& list, std::size_t count) {
-    std::vector<std::string> distinct;
-    for (const std::string& item : list)
-        if (std::find(distinct.begin(), distinct.end(), item) == distinct.end()) distinct.push_back(item);
-    if (distinct.size() <= count) return distinct;
-    std::vector<std::string> sample;
-    for (std::size_t i = 0; i < count; ++i) sample.push_back(distinct[i * (distinct.size() - 1) / (count - 1)]);
-    return sample;
-}
-
-struct Trigrams {
-    std::vector<std::string> probed;  // each is counted on its own
-    std::vector<std::string> cover;   // side by side over the needle: as selective together as all of them
-    bool isEmpty() const { return probed.empty(); }
+// The needle (or its start) as one FTS5 phrase: quoted, so that no character is query syntax.
+struct Phrase {
+    std::string expression;
+    bool isWholeNeedle = true;
 };
 
-Trigrams trigramsOf(std::string_view needle) {
-    std::vector<std::size_t> starts;
-    for (std::size_t offset = 0; offset < needle.size();) {
-        starts.push_back(offset);
-        decodeCodePoint(needle, offset);
+// None for a needle shorter than a trigram, or holding a NUL, which would end the query text.
+std::optional<Phrase> phraseOf(std::string_view needle) {
+    if (needle.find('\0') != std::string_view::npos) return std::nullopt;
+    std::size_t codePoints = 0;
+    std::size_t end = 0;
+    while (end < needle.size() && codePoints < kMaximumPhraseLength) {
+        decodeCodePoint(needle, end);
+        ++codePoints;
     }
-    starts.push_back(needle.size());
-    std::vector<std::string> all, cover;
-    for (std::size_t i = 0; i + kTrigramLength < starts.size(); ++i) {
-        std::string trigram(needle.substr(starts[i], starts[i + kTrigramLength] - starts[i]));
-        // A NUL would end the query text early; such a trigram only narrows less by being left out.
-        if (trigram.find('\0') != std::string::npos) continue;
-        bool isLast = i + kTrigramLength + 1 == starts.size();
-        if (i % kTrigramLength == 0 || isLast) cover.push_back(trigram);
-        all.push_back(std::move(trigram));
+    if (codePoints < kTrigramLength) return std::nullopt;
+    Phrase phrase{.expression = "\"", .isWholeNeedle = end == needle.size()};
+    for (char c : needle.substr(0, end)) {
+        if (c == '"') phrase.expression += '"';
+        phrase.expression += c;
     }
-    if (cover.empty()) cover = all;  // its places held NULs
-    return {spread(all, kMaximumProbedTrigrams), spread(cover, kMaximumCoverTrigrams)};
-}
-
-// One FTS5 term per trigram, as a quoted string so that no character is query syntax.
-std::string quotedTerm(std::string_view trigram) {
-    std::string term = "\"";
-    for (char c : trigram) {
-        if (c == '"') term += '"';
-        term += c;
-    }
-    return term + "\"";
-}
-
-std::string allOf(const std::vector<std::string>& trigrams) {
-    std::string expression;
-    for (const std::string& trigram : trigrams) {
-        if (!expression.empty()) expression += " AND ";
-        expression += quotedTerm(trigram);
-    }
-    return expression;
+    phrase.expression += '"';
+    return phrase;
 }
 
 // How a store answers a needle of three characters or more.
 struct SearchPlan {
     enum class Way {
-        nothing,        // some trigram is in no row
-        index,          // the rows of `expression`, few enough to sort
+        nothing,        // no row holds the phrase
         candidates,     // these rows, few enough to sort
-        walkThenIndex,  // the needle looks common: walk the order, or fall back to `expression`
+        walkThenIndex,  // the needle looks common: walk the order, or fall back to the index
     } way = Way::nothing;
-    std::string expression;
     std::vector<std::int64_t> rowIDs;
     long long indexLimit = 0;
-    long long probeCap = 0;
 };
 
 // Sorting c candidates read by rowid costs about c rows; filling a page by a walk costs about
@@ -186,35 +141,13 @@ long long indexLimit(ModelContainer& store, long long wanted) {
     return std::clamp(balance, kMinimumIndexLimit, kMaximumIndexLimit);
 }
 
-// Counts, up to the probe cap, the rows holding each trigram: one in no row means no match, and
-// the ones in fewer rows narrow enough. When every trigram is common, the needle may still be
-// rare (words that are common apart): the rows holding all of a cover of the needle, up to the
-// index limit, tell.
-SearchPlan planSearch(ModelContainer& store, const Trigrams& trigrams, long long wanted) {
+SearchPlan planSearch(ModelContainer& store, const Phrase& phrase, long long wanted) {
     SearchPlan plan;
     plan.indexLimit = indexLimit(store, wanted);
-    plan.probeCap = std::max(kMinimumIndexLimit, plan.indexLimit / kProbeCapDivisor);
-    SQLite::Statement probe(store.database(),
-                            "SELECT count(*) FROM (SELECT 1 FROM clip_search WHERE clip_search MATCH ? LIMIT ?)");
-    std::vector<std::string> rare;
-    for (const std::string& trigram : trigrams.probed) {
-        probe.bind(1, quotedTerm(trigram));
-        probe.bind(2, static_cast<std::int64_t>(plan.probeCap));
-        probe.executeStep();
-        long long rows = probe.getColumn(0).getInt64();
-        probe.reset();
-        if (rows == 0) return plan;
-        if (rows < plan.probeCap) rare.push_back(trigram);
-    }
-    if (!rare.empty()) {
-        plan.way = SearchPlan::Way::index;
-        plan.expression = allOf(rare);
-        return plan;
-    }
-    SQLite::Statement covered(store.database(), "SELECT rowid FROM clip_search WHERE clip_search MATCH ? LIMIT ?");
-    covered.bind(1, allOf(trigrams.cover));
-    covered.bind(2, static_cast<std::int64_t>(plan.indexLimit));
-    while (covered.executeStep()) plan.rowIDs.push_back(covered.getColumn(0).getInt64());
+    SQLite::Statement listed(store.database(), "SELECT rowid FROM clip_search WHERE clip_search MATCH ? LIMIT ?");
+    listed.bind(1, phrase.expression);
+    listed.bind(2, static_cast<std::int64_t>(plan.indexLimit));
+    while (listed.executeStep()) plan.rowIDs.push_back(listed.getColumn(0).getInt64());
     if (plan.rowIDs.empty()) return plan;
     if (static_cast<long long>(plan.rowIDs.size()) < plan.indexLimit) {
         plan.way = SearchPlan::Way::candidates;
@@ -222,9 +155,6 @@ SearchPlan planSearch(ModelContainer& store, const Trigrams& trigrams, long long
     }
     plan.rowIDs.clear();
     plan.way = SearchPlan::Way::walkThenIndex;
-    std::vector<std::string> every = trigrams.probed;
-    every.insert(every.end(), trigrams.cover.begin(), trigrams.cover.end());
-    plan.expression = allOf(spread(every, every.size()));
     return plan;
 }
 
@@ -237,15 +167,19 @@ std::string rowIDList(const std::vector<std::int64_t>& rowIDs) {
     return list;
 }
 
-// The WHERE clause and parameters of the plan's index ways.
-std::string narrowed(const Match& match, const SearchPlan& plan, Parameters& parameters) {
+// The WHERE clause and parameters narrowed to these rows, or (with none) to the phrase's rows;
+// only a phrase of part of the needle leaves a test to make on each row.
+std::string narrowed(const Match& match, const Phrase& phrase, const std::vector<std::int64_t>& rowIDs,
+                     Parameters& parameters) {
     parameters = match.parameters;
-    parameters.emplace_back(match.needle);
-    if (plan.way == SearchPlan::Way::candidates)
-        return match.where + " AND instr(searchFolded, ?) > 0 AND clip.pk IN (" + rowIDList(plan.rowIDs) + ")";
-    parameters.emplace_back(plan.expression);
-    return match.where +
-           " AND instr(searchFolded, ?) > 0 AND clip.pk IN (SELECT rowid FROM clip_search WHERE clip_search MATCH ?)";
+    std::string where = match.where;
+    if (!phrase.isWholeNeedle) {
+        where += " AND instr(searchFolded, ?) > 0";
+        parameters.emplace_back(match.needle);
+    }
+    if (!rowIDs.empty()) return where + " AND clip.pk IN (" + rowIDList(rowIDs) + ")";
+    parameters.emplace_back(phrase.expression);
+    return where + " AND clip.pk IN (SELECT rowid FROM clip_search WHERE clip_search MATCH ?)";
 }
 
 std::string withScan(const Match& match, Parameters& parameters) {
@@ -307,22 +241,21 @@ std::vector<Clip> fetchMatching(ModelContainer& store, const Match& match, ClipS
     ClipFetch request{.where = match.where, .parameters = match.parameters, .orderBy = orderBy(sort),
                       .limit = limit, .offset = offset};
     if (match.needle.empty()) return store.fetch(request);
-    Trigrams trigrams = trigramsOf(match.needle);
-    if (trigrams.isEmpty()) {
+    auto phrase = phraseOf(match.needle);
+    if (!phrase) {
         request.where = withScan(match, request.parameters);
         return store.fetch(request);
     }
-    SearchPlan plan = planSearch(store, trigrams, offset + limit);
+    SearchPlan plan = planSearch(store, *phrase, offset + limit);
     if (plan.way == SearchPlan::Way::nothing) return {};
     if (plan.way == SearchPlan::Way::walkThenIndex) {
-        // The needle is most likely common, so a walk fills the page within about indexLimit rows;
-        // one that is rare after all (or other conditions that are) exhausts the budget and goes
-        // to the index.
+        // The needle is common, so a walk most likely fills the page within about indexLimit
+        // rows; other conditions that are rare exhaust the budget and go to the index.
         auto page = walk(store, match, sort, limit, offset, kScanBudgetFactor * plan.indexLimit);
         if (page) return fetchByRowIDs(store, *page, sort);
     }
     Parameters parameters;
-    std::string where = narrowed(match, plan, parameters);
+    std::string where = narrowed(match, *phrase, plan.rowIDs, parameters);
     return fetchSorted(store, where, parameters, sort, limit, offset);
 }
 
@@ -334,23 +267,20 @@ long long countMatching(ModelContainer& store, const Match& match) {
         if (isOnlyLive) return store.liveClipCount();
         return store.count(match.where, match.parameters);
     }
-    Trigrams trigrams = trigramsOf(match.needle);
     Parameters parameters;
-    if (trigrams.isEmpty()) return store.count(withScan(match, parameters), parameters);
-    if (isOnlyLive && codePointLength(match.needle) == kTrigramLength) {
-        // A needle of one trigram is in exactly the rows the index lists for it, so its count
-        // needs no row; only the tombstones (found by their own index) are taken off.
+    auto phrase = phraseOf(match.needle);
+    if (!phrase) return store.count(withScan(match, parameters), parameters);
+    if (isOnlyLive && phrase->isWholeNeedle) {
+        // The index alone counts the rows holding the needle; only the tombstones among them
+        // (found by their own index) are taken off.
         SQLite::Statement listed(store.database(), "SELECT count(*) FROM clip_search WHERE clip_search MATCH ?");
-        listed.bind(1, quotedTerm(trigrams.probed.front()));
+        listed.bind(1, phrase->expression);
         listed.executeStep();
         return listed.getColumn(0).getInt64() -
                store.count("deletedAt IS NOT NULL AND instr(searchFolded, ?) > 0", {match.needle});
     }
-    // Reading the candidates by rowid never costs more than reading every row, so a count always
-    // narrows by the index; the plan only picks the trigrams to narrow by.
-    SearchPlan plan = planSearch(store, trigrams, 1);
-    if (plan.way == SearchPlan::Way::nothing) return 0;
-    return store.count(narrowed(match, plan, parameters), parameters);
+    // Reading the phrase's rows by rowid never costs more than reading every row.
+    return store.count(narrowed(match, *phrase, {}, parameters), parameters);
 }
 
 bool isMember(const Clip& clip, const Uuid& collectionID) {

@@ -167,8 +167,7 @@ CREATE TRIGGER IF NOT EXISTS clip_facet_delete AFTER DELETE ON clip BEGIN
 CREATE TRIGGER IF NOT EXISTS clip_facet_update
   AFTER UPDATE OF kind, isFavorite, isPinned, sourceAppBundleID, sourceAppName, deletedAt ON clip BEGIN
 {facetRemove}{facetAdd}END;
-CREATE VIRTUAL TABLE IF NOT EXISTS clip_search USING fts5(
-  searchFolded, content='clip', content_rowid='pk', tokenize='trigram case_sensitive 1', detail='none');
+CREATE VIRTUAL TABLE IF NOT EXISTS clip_search USING {searchIndex};
 CREATE TRIGGER IF NOT EXISTS clip_search_insert AFTER INSERT ON clip BEGIN
   INSERT INTO clip_search(rowid, searchFolded) VALUES (new.pk, new.searchFolded);
 END;
@@ -181,11 +180,17 @@ CREATE TRIGGER IF NOT EXISTS clip_search_update AFTER UPDATE OF searchFolded ON 
 END;
 )SQL";
 
+// Trigrams of the folded text with their positions, so that a quoted needle is matched as a
+// substring by the index alone. No column sizes: nothing ranks.
+constexpr const char* kSearchIndex =
+    "fts5(searchFolded, content='clip', content_rowid='pk', tokenize='trigram case_sensitive 1', columnsize=0)";
+
 const std::string& schema() {
     static const std::string text = [] {
         std::string sql = kSchema;
         for (auto [placeholder, body] : {std::pair<std::string_view, std::string_view>{"{facetAdd}", kFacetAdd},
-                                         std::pair<std::string_view, std::string_view>{"{facetRemove}", kFacetRemove}})
+                                         std::pair<std::string_view, std::string_view>{"{facetRemove}", kFacetRemove},
+                                         std::pair<std::string_view, std::string_view>{"{searchIndex}", kSearchIndex}})
             for (std::size_t at; (at = sql.find(placeholder)) != std::string::npos;)
                 sql.replace(at, placeholder.size(), body);
         return sql;
@@ -373,6 +378,18 @@ void bindParameters(SQLite::Statement& statement,
     }
 }
 
+// A search index defined otherwise (by an earlier build) is dropped, to be made again and filled
+// from the rows. True when it was.
+bool dropStaleSearchIndex(SQLite::Database& database) {
+    SQLite::Statement query(database, "SELECT sql FROM sqlite_master WHERE name = 'clip_search'");
+    if (!query.executeStep()) return false;
+    if (query.getColumn(0).getString() == std::string("CREATE VIRTUAL TABLE clip_search USING ") + kSearchIndex)
+        return false;
+    query.reset();
+    database.exec("DROP TABLE clip_search");
+    return true;
+}
+
 void configure(SQLite::Database& database) {
     database.exec("PRAGMA foreign_keys = ON");
     database.exec("PRAGMA synchronous = NORMAL");
@@ -412,7 +429,9 @@ ModelContainer::OpenResult ModelContainer::open(const std::filesystem::path& fil
         // The schema's statements are idempotent: a store of this version made before a
         // table was added gets it here.
         SQLite::Transaction transaction(*database);
+        bool isSearchIndexStale = dropStaleSearchIndex(*database);
         database->exec(schema());
+        if (isSearchIndexStale) database->exec("INSERT INTO clip_search(clip_search) VALUES ('rebuild')");
         if (isNew)
             database->exec(std::string("INSERT INTO meta(key, value) VALUES ('schemaVersion', '") + kSchemaVersion +
                            "')");
@@ -455,37 +474,63 @@ std::optional<std::string> ModelContainer::save() {
     }
 }
 
+// A kept statement, reset and cleared when the lease ends so that no read stays open.
+class ModelContainer::Prepared {
+public:
+    explicit Prepared(SQLite::Statement& statement) : statement_(statement) {}
+    Prepared(const Prepared&) = delete;
+    Prepared& operator=(const Prepared&) = delete;
+    ~Prepared() {
+        try {
+            statement_.reset();
+        } catch (const std::exception&) {
+            // The failed step already threw to the caller; reset() only reports it again.
+        }
+        statement_.clearBindings();
+    }
+    SQLite::Statement& operator*() { return statement_; }
+    SQLite::Statement* operator->() { return &statement_; }
+
+private:
+    SQLite::Statement& statement_;
+};
+
+ModelContainer::Prepared ModelContainer::prepared(const char* sql) {
+    auto& slot = statements_[sql];
+    if (!slot) slot = std::make_unique<SQLite::Statement>(*database_, sql);
+    return Prepared(*slot);
+}
+
 void ModelContainer::writeMemberships(std::int64_t clipPk, const std::vector<Uuid>& collectionIDs) {
-    SQLite::Statement clear(*database_, "DELETE FROM clip_collection WHERE clipPk = ?");
-    clear.bind(1, clipPk);
-    clear.exec();
+    auto clear = prepared("DELETE FROM clip_collection WHERE clipPk = ?");
+    clear->bind(1, clipPk);
+    clear->exec();
+    if (collectionIDs.empty()) return;
     // An id with no collection is passed over.
-    SQLite::Statement add(*database_,
-                          "INSERT OR IGNORE INTO clip_collection(clipPk, collectionID) "
-                          "SELECT ?1, id FROM collection WHERE id = ?2");
+    auto add = prepared("INSERT OR IGNORE INTO clip_collection(clipPk, collectionID) "
+                        "SELECT ?1, id FROM collection WHERE id = ?2");
     for (const Uuid& id : collectionIDs) {
-        add.bind(1, clipPk);
-        add.bind(2, id.uuidString());
-        add.exec();
-        add.reset();
+        add->bind(1, clipPk);
+        add->bind(2, id.uuidString());
+        add->exec();
+        add->reset();
     }
 }
 
 void ModelContainer::writeMedia(std::int64_t clipPk, const Clip& clip) {
-    SQLite::Statement media(*database_,
-                            "INSERT INTO clip_media(clipPk, thumbnailData, fullImageData) VALUES (?1, ?2, ?3) "
-                            "ON CONFLICT(clipPk) DO UPDATE SET thumbnailData = ?2, fullImageData = ?3");
-    media.bind(1, clipPk);
-    bindData(media, 2, clip.thumbnailData);
-    bindData(media, 3, clip.fullImageData);
-    media.exec();
+    auto media = prepared("INSERT INTO clip_media(clipPk, thumbnailData, fullImageData) VALUES (?1, ?2, ?3) "
+                          "ON CONFLICT(clipPk) DO UPDATE SET thumbnailData = ?2, fullImageData = ?3");
+    media->bind(1, clipPk);
+    bindData(*media, 2, clip.thumbnailData);
+    bindData(*media, 3, clip.fullImageData);
+    media->exec();
 }
 
 std::optional<std::int64_t> ModelContainer::primaryKey(const Uuid& id) {
-    SQLite::Statement query(*database_, "SELECT pk FROM clip WHERE id = ?");
-    query.bind(1, id.uuidString());
-    if (!query.executeStep()) return std::nullopt;
-    return query.getColumn(0).getInt64();
+    auto query = prepared("SELECT pk FROM clip WHERE id = ?");
+    query->bind(1, id.uuidString());
+    if (!query->executeStep()) return std::nullopt;
+    return query->getColumn(0).getInt64();
 }
 
 // A clip is written in several statements; one that fails takes back the others, so that the
@@ -506,9 +551,9 @@ template <class Write> void ModelContainer::writeWhole(Write write) {
 void ModelContainer::insert(const Clip& clip) { writeWhole([&] { insertWithoutSavepoint(clip); }); }
 
 void ModelContainer::insertWithoutSavepoint(const Clip& clip) {
-    SQLite::Statement statement(*database_, kClipInsert);
-    bindClip(statement, clip);
-    statement.exec();
+    auto statement = prepared(kClipInsert);
+    bindClip(*statement, clip);
+    statement->exec();
     std::int64_t pk = database_->getLastInsertRowid();
     writeMedia(pk, clip);
     writeMemberships(pk, clip.collectionIDs);
@@ -518,10 +563,11 @@ void ModelContainer::update(const Clip& clip) {
     auto pk = primaryKey(clip.id);
     if (!pk) return;
     writeWhole([&] {
-        SQLite::Statement fill(*database_, std::string("UPDATE clip SET ") + kClipAssignments + " WHERE pk = ?39");
-        bindClip(fill, clip);
-        fill.bind(39, *pk);
-        fill.exec();
+        static const std::string sql = std::string("UPDATE clip SET ") + kClipAssignments + " WHERE pk = ?39";
+        auto fill = prepared(sql.c_str());
+        bindClip(*fill, clip);
+        fill->bind(39, *pk);
+        fill->exec();
         writeMedia(*pk, clip);
         writeMemberships(*pk, clip.collectionIDs);
     });
@@ -529,20 +575,19 @@ void ModelContainer::update(const Clip& clip) {
 
 void ModelContainer::updateUsage(const Clip& clip) {
     beginChanges();
-    SQLite::Statement statement(*database_,
-                                "UPDATE clip SET createdAt = ?2, lastUsedAt = ?3, useCount = ?4 WHERE id = ?1");
-    statement.bind(1, clip.id.uuidString());
-    statement.bind(2, clip.createdAt.secondsSinceReferenceDate());
-    bindDate(statement, 3, clip.lastUsedAt);
-    statement.bind(4, static_cast<std::int64_t>(clip.useCount));
-    statement.exec();
+    auto statement = prepared("UPDATE clip SET createdAt = ?2, lastUsedAt = ?3, useCount = ?4 WHERE id = ?1");
+    statement->bind(1, clip.id.uuidString());
+    statement->bind(2, clip.createdAt.secondsSinceReferenceDate());
+    bindDate(*statement, 3, clip.lastUsedAt);
+    statement->bind(4, static_cast<std::int64_t>(clip.useCount));
+    statement->exec();
 }
 
 void ModelContainer::remove(const Uuid& id) {
     beginChanges();
-    SQLite::Statement statement(*database_, "DELETE FROM clip WHERE id = ?");
-    statement.bind(1, id.uuidString());
-    statement.exec();
+    auto statement = prepared("DELETE FROM clip WHERE id = ?");
+    statement->bind(1, id.uuidString());
+    statement->exec();
 }
 
 void ModelContainer::removeAllClips() {

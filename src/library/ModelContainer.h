@@ -14,6 +14,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <variant>
 #include <vector>
 
@@ -102,6 +103,9 @@ public:
 
 private:
     ModelContainer(std::unique_ptr<SQLite::Database> database, std::optional<std::filesystem::path> file);
+    class Prepared;
+    // The statements of every clip write, compiled once: compiling costs more than running them.
+    Prepared prepared(const char* sql);
     void beginChanges();
     template <class Write> void writeWhole(Write write);
     void insertWithoutSavepoint(const Clip& clip);
@@ -112,6 +116,7 @@ private:
 
     std::unique_ptr<SQLite::Database> database_;
     std::optional<std::filesystem::path> file_;
+    std::unordered_map<const char*, std::unique_ptr<SQLite::Statement>> statements_;
     bool isInTransaction_ = false;
 };
 

@@ -185,5 +185,28 @@ TEST(ModelContainer, FacetCountsFollowEveryChangeAndAreRebuiltForAnOlderFile) {
     EXPECT_EQ(describeFacets(*container), "app:org.mozilla.firefox=1(Firefox) kind:text=1 ");
 }
 
+TEST(ModelContainer, ASearchIndexDefinedOtherwiseIsMadeAgainFromTheRows) {
+    TemporaryFolder folder;
+    auto file = folder.path() / "search.store";
+    auto container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(file));
+    Clip clip = Clip::make(Date::fromReferenceSeconds(1));
+    clip.text = "Grüße aus Köln";
+    clip.rebuildSearchText({});
+    container->insert(clip);
+    ASSERT_FALSE(container->save());
+    // An earlier build's index: no positions, and empty.
+    container->database().exec(
+        "DROP TABLE clip_search; CREATE VIRTUAL TABLE clip_search USING fts5(searchFolded, content='clip', "
+        "content_rowid='pk', tokenize='trigram case_sensitive 1', detail='none')");
+    container.reset();
+
+    container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(file));
+    auto definition = container->database().execAndGet("SELECT sql FROM sqlite_master WHERE name = 'clip_search'");
+    EXPECT_EQ(definition.getString().find("detail"), std::string::npos);
+    EXPECT_EQ(container->database().execAndGet("SELECT count(*) FROM clip_search WHERE clip_search MATCH '\"koln\"'")
+                  .getInt(),
+              1);
+}
+
 }  // namespace
 }  // namespace tamarind

@@ -242,7 +242,7 @@ const std::vector<std::string>& needles(NeedleClass kind) {
                   "lorem ipsum", "kubernetes"}},
         {few, {"zoë.müller@", "lefevre, 1", "order #4242", "water people tomorrow", "ref 271828", "?id=314159",
                "smorgasbord budget", "koc, 17", "fetch(invoice, 99", "bugs.kde.org/deploy/fin"}},
-        {third, {"the", "The", " th", "he ", "THE", "the ", " the", "thé"}},
+        {third, {"the", "The", "e t", "e th", "THE", "ThE", "tHe", "thé"}},
         {commonTrigramsRare, {"the the", "com/the", "and in and", "of the of", "with with", "e, the"}},
         {short1or2, {"e", "a", "7", "ß", "é", "#", "€", "q", "zx", "ж", "東", "ü", "th", "@", "東京"}},
     };

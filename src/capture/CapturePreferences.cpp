@@ -152,4 +152,14 @@ void CapturePreferences::setAutoResumeMinutes(long long value) {
 
 void CapturePreferences::restoreDefaultExclusions() { setExcludedBundleIDs(defaultExcludedBundleIDs()); }
 
+CaptureLimits captureLimits(const CapturePreferences& preferences) {
+    double megabytes = preferences.maximumMegabytes().value();
+    return CaptureLimits{
+        .minimumCharacters = std::max(0LL, preferences.minimumCharacters().value()),
+        .maximumBytes = megabytes > 0 ? static_cast<long long>(megabytes * 1'048'576) : 0,
+        .detectsSensitiveContent = preferences.isSensitiveDetectionEnabled().value(),
+        .sensitiveHandling = preferences.sensitiveHandling().value(),
+    };
+}
+
 }  // namespace tamarind

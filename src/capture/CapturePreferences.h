@@ -13,6 +13,7 @@
 #include "capture/SensitiveContent.h"
 #include "foundation/Defaults.h"
 #include "foundation/Observable.h"
+#include "library/ClipStore.h"
 #include "paste/ColorFormat.h"
 
 namespace tamarind {
@@ -119,5 +120,9 @@ inline constexpr const char* exclusionNote =
 inline constexpr const char* sizeLimitNote =
     "Size limits are applied before anything is written, so an ignored clip never touches the database.";
 }  // namespace captureTexts
+
+// The store's limits by these settings: a negative minimum reads as none, and a maximum of
+// megabytes above 0 gives that many mebibytes, truncated (0: no limit).
+CaptureLimits captureLimits(const CapturePreferences& preferences);
 
 }  // namespace tamarind

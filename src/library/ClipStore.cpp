@@ -159,6 +159,14 @@ std::optional<CaptureRejection> ClipStore::captureRejection(const PasteboardSnap
     return std::nullopt;
 }
 
+bool ClipStore::isOutsideLimits(const PasteboardSnapshot& snapshot, ClipKind kind, const CaptureLimits& limits) {
+    bool isMeasuredInCharacters = kind != ClipKind::image && kind != ClipKind::screenshot && kind != ClipKind::file;
+    if (limits.minimumCharacters > 0 && isMeasuredInCharacters)
+        return !snapshot.string ||
+               static_cast<long long>(graphemeCount(trimmed(*snapshot.string))) < limits.minimumCharacters;
+    return limits.maximumBytes > 0 && snapshot.estimatedByteSize() > limits.maximumBytes;
+}
+
 IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::set<std::string>& excludedBundleIDs) {
     if (auto rejection = captureRejection(snapshot, excludedBundleIDs)) {
         log_.info("Skipped capture: %{public}s", rejection->description());
@@ -166,15 +174,7 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
     }
     ClipKind kind = classify(snapshot);
 
-    bool isOutsideLimits = false;
-    bool isMeasuredInCharacters = kind != ClipKind::image && kind != ClipKind::screenshot && kind != ClipKind::file;
-    if (captureLimits_.minimumCharacters > 0 && isMeasuredInCharacters) {
-        isOutsideLimits = !snapshot.string || static_cast<long long>(graphemeCount(trimmed(*snapshot.string))) <
-                                                  captureLimits_.minimumCharacters;
-    } else if (captureLimits_.maximumBytes > 0 && snapshot.estimatedByteSize() > captureLimits_.maximumBytes) {
-        isOutsideLimits = true;
-    }
-    if (isOutsideLimits) {
+    if (isOutsideLimits(snapshot, kind, captureLimits_)) {
         log_.debug("Skipped capture: outside the configured size limits.");
         return IngestResult::rejected(CaptureRejection::empty());
     }
@@ -257,7 +257,13 @@ void ClipStore::insert(Clip clip, const std::vector<Uuid>& collectionIDs) {
     save();
 }
 
+void ClipStore::setDefersSaves(bool defers) {
+    defersSaves_ = defers;
+    if (!defers) save();
+}
+
 void ClipStore::save() {
+    if (defersSaves_) return;
     for (ModelContainer* container : {main_.get(), vault_.get()}) {
         if (!container || !container->hasChanges()) continue;
         if (auto error = container->save()) log_.log("Save failed: %{public}s", *error);

@@ -167,11 +167,19 @@ public:
     // The capture gate; also used by the capture service before collect mode.
     static std::optional<CaptureRejection> captureRejection(const PasteboardSnapshot& snapshot,
                                                             const std::set<std::string>& excludedBundleIDs);
+    // The limit check of the ingest: too few characters (text kinds only) or too many bytes.
+    // Such a capture is rejected as empty.
+    static bool isOutsideLimits(const PasteboardSnapshot& snapshot, ClipKind kind, const CaptureLimits& limits);
 
     // --- queries ---
     std::vector<Clip> fetchPage(int page, const ClipQuery& query, ClipSortOrder sort, int pageSize);
     long long count(const ClipQuery& query);
     std::optional<Clip> clip(const Uuid& id);
+    // Every clip of the query, oldest first, in batches, with their media; for export. The main
+    // store's clips come before the vault's.
+    void forEachClip(const ClipQuery& query, const std::function<void(std::vector<Clip>&)>& batch);
+    // Live clips whose id starts with `prefix` (either case), at most `limit` of them, in id order.
+    std::vector<Uuid> clipIDsWithPrefix(std::string_view prefix, int limit);
     LibraryFacets facets();
     static StorageUsage storageUsage(const std::filesystem::path& applicationSupport);
     std::vector<Collection> collections();
@@ -202,6 +210,9 @@ public:
 
     // Commits the stores that have changes, then raises revision and refreshes totalCount.
     void save();
+    // While saves are deferred, save() commits nothing and the changes pile up in one transaction
+    // (reads see them); for a bulk import. Ending it saves.
+    void setDefersSaves(bool defers);
     // Raises revision when another process (the command line) changed a store file.
     void checkForOutsideChanges();
     // Runs checkForOutsideChanges every `interval` on the loop while the store lives.
@@ -229,6 +240,7 @@ private:
     std::function<void(const std::optional<std::string>&)> onIconRequest_;
     CaptureLimits captureLimits_;
     bool lastInsertMatchedRule_ = false;
+    bool defersSaves_ = false;
     Observable<long long> revision_;
     Observable<long long> totalCount_;
     TaskHandle outsideChangesTimer_;

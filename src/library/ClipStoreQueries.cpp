@@ -15,10 +15,12 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <exception>
 #include <map>
 #include <memory>
+#include <set>
 
 #include "foundation/Text.h"
 #include "library/ClipStore.h"
@@ -349,6 +351,43 @@ std::vector<Clip> ClipStore::fetchPage(int page, const ClipQuery& query, ClipSor
     return clips;
 }
 
+void ClipStore::forEachClip(const ClipQuery& query, const std::function<void(std::vector<Clip>&)>& batch) {
+    constexpr long long kBatchSize = 500;
+    Match match = matchOf(query);
+    if (match.matchesNothing) return;
+    Parameters parameters;
+    std::string where = match.needle.empty() ? match.where : withScan(match, parameters);
+    if (match.needle.empty()) parameters = match.parameters;
+    for (ModelContainer* store : {main_.get(), vault_.get()}) {
+        if (!store) continue;
+        // By key rather than by offset, so that the last batch costs what the first did.
+        std::optional<std::pair<double, std::string>> last;
+        while (true) {
+            ClipFetch request{.where = where, .parameters = parameters, .orderBy = "createdAt, id", .limit = kBatchSize,
+                              .includesMedia = true};
+            if (last) {
+                request.where += " AND (createdAt > ? OR (createdAt = ? AND id > ?))";
+                request.parameters.emplace_back(last->first);
+                request.parameters.emplace_back(last->first);
+                request.parameters.emplace_back(last->second);
+            }
+            std::vector<Clip> clips;
+            try {
+                clips = store->fetch(request);
+            } catch (const std::exception& error) {
+                log_.log("fetchPage failed: %{public}s", error.what());
+                break;
+            }
+            if (clips.empty()) break;
+            last = {clips.back().createdAt.secondsSinceReferenceDate(), clips.back().id.uuidString()};
+            bool isLast = static_cast<long long>(clips.size()) < kBatchSize;
+            keepMembers(clips, query.collectionID);
+            if (!clips.empty()) batch(clips);
+            if (isLast) break;
+        }
+    }
+}
+
 // The collection filter is not applied: a store count has no membership test.
 namespace {
 
@@ -400,6 +439,32 @@ std::optional<Clip> ClipStore::clip(const Uuid& id) {
         }
     }
     return std::nullopt;
+}
+
+std::vector<Uuid> ClipStore::clipIDsWithPrefix(std::string_view prefix, int limit) {
+    std::string upper;
+    for (char c : prefix) {
+        if (!std::isxdigit(static_cast<unsigned char>(c)) && c != '-') return {};
+        upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    std::set<Uuid> found;
+    for (ModelContainer* store : {main_.get(), vault_.get()}) {
+        if (!store) continue;
+        try {
+            // A range on the id index: ids are upper-case text, and '~' sorts after every digit.
+            SQLite::Statement query(store->database(),
+                                    "SELECT id FROM clip WHERE id >= ?1 AND id < ?1 || '~' AND deletedAt IS NULL "
+                                    "ORDER BY id LIMIT ?2");
+            query.bind(1, upper);
+            query.bind(2, limit);
+            while (query.executeStep())
+                if (auto id = Uuid::parse(query.getColumn(0).getString())) found.insert(*id);
+        } catch (const std::exception&) {
+        }
+    }
+    std::vector<Uuid> ids(found.begin(), found.end());
+    if (static_cast<int>(ids.size()) > limit) ids.resize(static_cast<std::size_t>(limit));
+    return ids;
 }
 
 LibraryFacets ClipStore::facets() {

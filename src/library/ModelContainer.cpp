@@ -541,6 +541,11 @@ template <class Write> void ModelContainer::writeWhole(Write write) {
     try {
         write();
     } catch (...) {
+        // A full disk or an interrupt may have ended the whole transaction already.
+        if (sqlite3_get_autocommit(database_->getHandle())) {
+            isInTransaction_ = false;
+            throw;
+        }
         database_->exec("ROLLBACK TO record");
         database_->exec("RELEASE record");
         throw;

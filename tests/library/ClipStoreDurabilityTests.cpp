@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <random>
 #include <set>
 
@@ -206,6 +207,55 @@ TEST(ModelContainer, ASearchIndexDefinedOtherwiseIsMadeAgainFromTheRows) {
     EXPECT_EQ(container->database().execAndGet("SELECT count(*) FROM clip_search WHERE clip_search MATCH '\"koln\"'")
                   .getInt(),
               1);
+}
+
+}  // namespace
+}  // namespace tamarind
+
+namespace tamarind {
+namespace {
+
+PasteboardSnapshot textSnapshot(std::string text, Date at) {
+    PasteboardSnapshot snapshot;
+    snapshot.types = {"UTF8_STRING"};
+    snapshot.string = std::move(text);
+    snapshot.capturedAt = at;
+    return snapshot;
+}
+
+// The file may not grow past its size when the disk is full; SQLite then gives up the whole
+// transaction by itself, which the store must take in its stride.
+TEST(ClipStoreDurability, AFullDiskIsALoggedSaveFailureAndTheStoreGoesOnAfterwards) {
+    TemporaryFolder folder;
+    auto file = folder.path() / "full.store";
+    ManualMainLoop loop;
+    auto opened = ModelContainer::open(file);
+    auto container = std::move(std::get<std::unique_ptr<ModelContainer>>(opened));
+    ModelContainer& main = *container;
+    ClipStore store(loop, TamarindStores{std::move(container), nullptr, false}, BlobStore(folder.path() / "blobs"),
+                    "TEST");
+    auto kept = store.ingest(textSnapshot("kept before the disk filled", Date::fromReferenceSeconds(1)), {});
+    ASSERT_EQ(kept.kind, IngestResult::Kind::inserted);
+
+    auto pages = main.database().execAndGet("PRAGMA page_count").getInt64();
+    main.database().exec("PRAGMA max_page_count = " + std::to_string(pages));
+    LogCapture logs;
+    std::string large(200'000, 'x');
+    store.ingest(textSnapshot(large, Date::fromReferenceSeconds(2)), {});
+    auto lines = logs.messages("library");
+    ASSERT_FALSE(lines.empty());
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(),
+                            [](const std::string& line) { return line.starts_with("Save failed: "); }));
+
+    main.database().exec("PRAGMA max_page_count = 1073741823");
+    auto after = store.ingest(textSnapshot("saved once there was room", Date::fromReferenceSeconds(3)), {});
+    ASSERT_EQ(after.kind, IngestResult::Kind::inserted);
+    EXPECT_FALSE(main.hasChanges());
+
+    auto reopened = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(file));
+    std::set<std::string> texts;
+    for (const Clip& clip : reopened->fetch(ClipFetch{})) texts.insert(clip.text.value_or(""));
+    EXPECT_EQ(texts, (std::set<std::string>{"kept before the disk filled", "saved once there was room"}));
 }
 
 }  // namespace

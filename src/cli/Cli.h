@@ -1,0 +1,19 @@
+#pragma once
+// The command-line front end: `tamarind <command> ...` over the same library
+// the app uses. Exit codes: 0 success, 1 not found or refused, 2 bad usage.
+
+#include <string>
+#include <vector>
+
+#include "cli/CliContext.h"
+
+namespace tamarind::cli {
+
+// Parses and runs one command line (argv[0] included). Errors go to the context's
+// stderr, one line naming the bad argument; no exception leaves.
+int run(int argc, const char* const* argv, CliContext& context);
+
+// True when the arguments name no command, so the desktop app should start.
+bool startsApp(int argc, const char* const* argv);
+
+}  // namespace tamarind::cli

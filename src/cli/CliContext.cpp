@@ -1,0 +1,91 @@
+#include "cli/CliContext.h"
+
+#include <ostream>
+
+#include "foundation/PlistFileDefaults.h"
+#include "foundation/Text.h"
+
+namespace tamarind::cli {
+
+namespace {
+
+// How many matches an ambiguous prefix lists.
+constexpr int kListedAmbiguousMatches = 5;
+
+bool isIDCharacter(char c) { return std::isxdigit(static_cast<unsigned char>(c)) || c == '-'; }
+
+}  // namespace
+
+CliContext::CliContext(Paths paths, CliStreams streams) : paths_(std::move(paths)), streams_(streams) {}
+
+CliContext::~CliContext() = default;
+
+Defaults& CliContext::defaults() {
+    if (!defaults_) defaults_ = std::make_unique<PlistFileDefaults>(paths_.defaultsFile());
+    return *defaults_;
+}
+
+CapturePreferences& CliContext::preferences() {
+    if (!preferences_) preferences_ = std::make_unique<CapturePreferences>(defaults(), loop_);
+    return *preferences_;
+}
+
+SmartRuleStore& CliContext::rules() {
+    if (!rules_) rules_ = std::make_unique<SmartRuleStore>(defaults(), loop_);
+    return *rules_;
+}
+
+ClipStore& CliContext::store() {
+    if (store_) return *store_;
+    if (auto error = paths_.createFolders())
+        refuse("cannot create the library folder " + paths_.applicationSupport.string() + ": " + error->message);
+    TamarindStores stores = openStores(paths_.applicationSupport, false, false, false);
+    if (stores.main->isInMemory())
+        refuse("cannot open the library at " + (paths_.applicationSupport / kMainStoreFilename).string() +
+               " (see the line above); the file was left as it is. `tamarind doctor` tells more.");
+    store_ = std::make_unique<ClipStore>(loop_, std::move(stores), BlobStore(paths_.blobs()), "CLI");
+    store_->setCaptureLimits(captureLimits(preferences()));
+    store_->setActiveRulesProvider([this] { return rules().activeRules(); });
+    return *store_;
+}
+
+Uuid CliContext::resolveClip(const std::string& argument) {
+    if (auto id = Uuid::parse(argument)) {
+        if (!store().clip(*id)) refuse("no clip has the id " + argument);
+        return *id;
+    }
+    if (argument.size() < kMinimumIDPrefix || !std::all_of(argument.begin(), argument.end(), isIDCharacter))
+        badUsage("'" + argument + "' is not a clip id (a UUID, or at least " + std::to_string(kMinimumIDPrefix) +
+                 " of its first characters)");
+    auto matches = store().clipIDsWithPrefix(argument, kListedAmbiguousMatches + 1);
+    if (matches.empty()) refuse("no clip has an id starting with " + argument);
+    if (matches.size() > 1) {
+        std::string listed;
+        for (std::size_t i = 0; i < matches.size() && i < kListedAmbiguousMatches; ++i)
+            listed += "\n  " + matches[i].uuidString();
+        if (matches.size() > kListedAmbiguousMatches) listed += "\n  ...";
+        refuse("the id prefix " + argument + " is ambiguous; it starts:" + listed);
+    }
+    return matches.front();
+}
+
+Collection CliContext::resolveCollection(const std::string& argument) {
+    auto collections = store().collections();
+    std::vector<Collection> byID, byName;
+    for (const Collection& collection : collections) {
+        if (collection.name == argument) byName.push_back(collection);
+        std::string id = collection.id.uuidString();
+        if (argument.size() >= kMinimumIDPrefix && caseInsensitiveEquals(id.substr(0, argument.size()), argument))
+            byID.push_back(collection);
+    }
+    const auto& found = byID.empty() ? byName : byID;
+    if (found.empty()) refuse("no collection is named or has the id " + argument);
+    if (found.size() > 1) {
+        std::string listed;
+        for (const Collection& collection : found) listed += "\n  " + collection.id.uuidString() + "  " + collection.name;
+        refuse("'" + argument + "' names more than one collection:" + listed);
+    }
+    return found.front();
+}
+
+}  // namespace tamarind::cli

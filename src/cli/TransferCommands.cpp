@@ -1,0 +1,200 @@
+// export and import: the history as JSON lines, one clip per line, so that it
+// moves between machines and a large library can be made from a file.
+
+#include <sys/stat.h>
+
+#include <chrono>
+#include <fstream>
+#include <istream>
+#include <ostream>
+
+#include "cli/ClipFormat.h"
+#include "cli/Commands.h"
+#include "foundation/Files.h"
+#include "library/ImageCodec.h"
+
+namespace tamarind::cli {
+
+namespace {
+
+// Clips ingested per commit: one commit per clip would spend most of an import in fsync.
+constexpr long long kClipsPerSave = 1000;
+
+// --- export ----------------------------------------------------------------------------------------
+
+std::optional<Data> imageData(CliContext& context, const Clip& clip) {
+    if (clip.blobFilename) {
+        auto contents = readWholeFile(context.store().blobStore().url(*clip.blobFilename));
+        if (contents.bytes) return dataFromString(*contents.bytes);
+    }
+    return clip.fullImageData;
+}
+
+OrderedJson exportLine(CliContext& context, const Clip& clip) {
+    OrderedJson line = clipJson(clip, true);
+    if (clip.richTextData) line["richTextData"] = base64Encode(*clip.richTextData);
+    if (auto image = imageData(context, clip)) {
+        line["imageData"] = base64Encode(*image);
+        std::string extension = clip.blobFilename ? std::filesystem::path(*clip.blobFilename).extension().string() : "";
+        line["imageFileExtension"] = extension == ".tiff" ? "tiff" : "png";
+    }
+    return line;
+}
+
+void runExport(CliContext& context, const FilterOptions& filters) {
+    ClipQuery query = queryOf(context, filters);
+    Date now = context.now();
+    long long written = 0;
+    context.store().forEachClip(query, [&](std::vector<Clip>& clips) {
+        keepWithinDays(clips, filters.withinDays, now);
+        for (const Clip& clip : clips) {
+            context.out() << exportLine(context, clip).dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
+            ++written;
+        }
+    });
+    context.out().flush();
+    if (!context.out()) refuse("could not write the export (disk full, or the reader went away)");
+    context.err() << "exported " << written << (written == 1 ? " clip" : " clips") << "\n";
+}
+
+// --- import ----------------------------------------------------------------------------------------
+
+std::optional<Data> base64Member(const Json& line, const char* key) {
+    auto member = line.find(key);
+    if (member == line.end() || !member->is_string()) return std::nullopt;
+    auto data = base64Decode(member->get<std::string>());
+    if (!data) throw std::runtime_error(std::string(key) + " is not base64");
+    return data;
+}
+
+std::optional<std::string> stringMember(const Json& line, const char* key) {
+    auto member = line.find(key);
+    if (member == line.end() || member->is_null()) return std::nullopt;
+    if (!member->is_string()) throw std::runtime_error(std::string(key) + " is not a string");
+    return member->get<std::string>();
+}
+
+// The clipboard as it was when the clip was made, as near as its fields tell.
+PasteboardSnapshot snapshotOfLine(const Json& line) {
+    if (!line.is_object()) throw std::runtime_error("not a JSON object");
+    PasteboardSnapshot snapshot;
+    snapshot.string = stringMember(line, "text");
+    if (!snapshot.string) snapshot.string = stringMember(line, "urlString");
+    if (!snapshot.string) snapshot.string = stringMember(line, "hexColor");
+    if (snapshot.string) snapshot.types.push_back("text/plain;charset=utf-8");
+    snapshot.htmlString = stringMember(line, "htmlString");
+    if (snapshot.htmlString) snapshot.types.push_back("text/html");
+    snapshot.rtfData = base64Member(line, "richTextData");
+    if (snapshot.rtfData) snapshot.types.push_back("text/rtf");
+    snapshot.imageData = base64Member(line, "imageData");
+    if (snapshot.imageData) {
+        snapshot.imageFileExtension = stringMember(line, "imageFileExtension").value_or("png");
+        snapshot.imagePixelSize = imagePixelSize(*snapshot.imageData);
+        snapshot.types.push_back("image/" + *snapshot.imageFileExtension);
+    }
+    if (auto paths = line.find("filePaths"); paths != line.end() && paths->is_array()) {
+        for (const Json& path : *paths)
+            if (path.is_string()) snapshot.fileURLs.push_back(FileURL{path.get<std::string>()});
+        if (!snapshot.fileURLs.empty()) snapshot.types.push_back("text/uri-list");
+    }
+    snapshot.sourceAppBundleID = stringMember(line, "sourceAppBundleID");
+    snapshot.sourceAppName = stringMember(line, "sourceAppName");
+    if (auto createdAt = stringMember(line, "createdAt")) {
+        auto date = Date::parseIso8601(*createdAt);
+        if (!date) throw std::runtime_error("createdAt is not an ISO 8601 date");
+        snapshot.capturedAt = *date;
+    }
+    return snapshot;
+}
+
+class Progress {
+public:
+    Progress(CliContext& context, long long totalBytes) : context_(context), totalBytes_(totalBytes) {}
+
+    void update(long long lines, long long bytes, bool force = false) {
+        if (!context_.isErrTerminal()) return;
+        auto now = std::chrono::steady_clock::now();
+        if (!force && now - shownAt_ < std::chrono::milliseconds(100)) return;
+        shownAt_ = now;
+        context_.err() << "\rimporting: " << lines << " lines";
+        if (totalBytes_ > 0) context_.err() << " (" << std::min(100LL, bytes * 100 / totalBytes_) << "%)";
+        context_.err().flush();
+    }
+    void finish(long long lines, long long bytes) {
+        update(lines, bytes, true);
+        if (context_.isErrTerminal()) context_.err() << "\n";
+    }
+
+private:
+    CliContext& context_;
+    long long totalBytes_;
+    std::chrono::steady_clock::time_point shownAt_{};
+};
+
+void runImport(CliContext& context, const std::string& path) {
+    std::ifstream file;
+    long long totalBytes = 0;
+    if (path != "-") {
+        file.open(path, std::ios::binary);
+        if (!file) refuse("cannot read " + path);
+        struct stat status {};
+        if (::stat(path.c_str(), &status) == 0) totalBytes = static_cast<long long>(status.st_size);
+    }
+    std::istream& input = path == "-" ? context.in() : file;
+    ClipStore& store = context.store();
+    const auto& excluded = context.preferences().excludedBundleIDs().value();
+    long long inserted = 0, deduplicated = 0, rejected = 0, unreadable = 0, lines = 0, bytes = 0;
+    Progress progress(context, totalBytes);
+    store.setDefersSaves(true);
+    std::string text;
+    while (std::getline(input, text)) {
+        ++lines;
+        bytes += static_cast<long long>(text.size()) + 1;
+        if (text.find_first_not_of(" \t\r") == std::string::npos) continue;
+        try {
+            Json line = Json::parse(text);
+            IngestResult result = store.ingest(snapshotOfLine(line), excluded);
+            switch (result.kind) {
+            case IngestResult::Kind::inserted:
+                ++inserted;
+                if (line.value("isFavorite", false)) store.setFavorite(result.clipID, true);
+                if (line.value("isPinned", false)) store.setPinned(result.clipID, true);
+                break;
+            case IngestResult::Kind::deduplicated: ++deduplicated; break;
+            case IngestResult::Kind::rejected: ++rejected; break;
+            }
+        } catch (const std::exception& error) {
+            ++unreadable;
+            if (context.isErrTerminal()) context.err() << "\r";
+            context.err() << "line " << lines << ": " << error.what() << "\n";
+        }
+        if (lines % kClipsPerSave == 0) {
+            store.setDefersSaves(false);
+            store.setDefersSaves(true);
+        }
+        progress.update(lines, bytes);
+    }
+    store.setDefersSaves(false);
+    progress.finish(lines, bytes);
+    context.out() << "inserted " << inserted << ", deduplicated " << deduplicated << ", rejected " << rejected
+                  << ", unreadable " << unreadable << "\n";
+    if (unreadable > 0) throw CliFailure(kNotFoundOrRefused, "");
+}
+
+}  // namespace
+
+void addTransferCommands(CLI::App& app, CliContext& context) {
+    auto filters = std::make_shared<FilterOptions>();
+    CLI::App* exportCommand =
+        app.add_subcommand("export", "Write clips as JSON lines, oldest first, content included (> FILE.jsonl)");
+    addFilterOptions(*exportCommand, *filters);
+    exportCommand->callback([&context, filters] { runExport(context, *filters); });
+
+    auto path = std::make_shared<std::string>();
+    CLI::App* importCommand =
+        app.add_subcommand("import", "Add the clips of an export, each through the same checks as a copy");
+    importCommand->add_option("file", *path, "A .jsonl file, or '-' for stdin")->required();
+    importCommand->callback([&context, path] { runImport(context, *path); });
+}
+
+}  // namespace tamarind::cli

@@ -1,0 +1,332 @@
+#include "rules/SmartRuleStore.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <exception>
+#include <limits>
+
+#include "foundation/Log.h"
+#include "rules/RuleEvaluation.h"
+
+namespace tamarind {
+
+namespace {
+
+const Log log{"rules"};
+
+constexpr double kSecondsPerDay = 86'400;
+
+[[noreturn]] void throwMemberError(std::string_view key, std::string_view what) {
+    throw JsonDecodeError("member \"" + std::string(key) + "\": " + std::string(what));
+}
+
+std::string stringFrom(const Json& value, std::string_view key) {
+    if (!value.is_string()) throwMemberError(key, "expected a string");
+    return value.get<std::string>();
+}
+
+std::string stringMember(const Json& object, std::string_view key) {
+    return stringFrom(requireMember(object, key), key);
+}
+
+bool boolMember(const Json& object, std::string_view key) {
+    const Json& value = requireMember(object, key);
+    if (!value.is_boolean()) throwMemberError(key, "expected a Boolean");
+    return value.get<bool>();
+}
+
+Uuid uuidFrom(const Json& value, std::string_view key) {
+    try {
+        return uuidFromJson(value);
+    } catch (const JsonDecodeError& error) {
+        throwMemberError(key, error.what());
+    }
+}
+
+// The text stored under `key`; absent when the key holds no data.
+std::optional<std::string> storedText(const Defaults& defaults, const char* key) {
+    auto data = defaults.data(key);
+    if (!data) return std::nullopt;
+    return stringFromData(*data);
+}
+
+// Strict, unlike encodeRules: replacing ill-formed bytes would store a name the user never typed,
+// while refusing keeps the old list stored and the new one in memory.
+template <class T> void writeList(Defaults& defaults, const char* key, const std::vector<T>& list) {
+    std::string text;
+    try {
+        Json array = Json::array();
+        for (const T& element : list) array.push_back(toJson(element));
+        text = array.dump();
+    } catch (const std::exception& error) {
+        log.error("Could not save %{public}s: %{public}s", key, error.what());
+        return;
+    }
+    defaults.set(key, dataFromString(text));
+}
+
+RuleCondition sourceAppIs(std::string bundleID) {
+    return {Uuid::random(), RuleCondition::Field::sourceApp, std::move(bundleID)};
+}
+
+SmartRule example(std::string name, RuleMatchMode mode, std::vector<RuleCondition> conditions, double sortIndex) {
+    SmartRule rule = SmartRule::makeNew();
+    rule.name = std::move(name);
+    rule.isEnabled = false;
+    rule.matchMode = mode;
+    rule.conditions = std::move(conditions);
+    rule.stopsOnMatch = false;
+    rule.sortIndex = sortIndex;
+    return rule;
+}
+
+}  // namespace
+
+// --- Smart collections as filters ----------------------------------------------------------------------
+
+std::optional<SmartCollection> makeSmartCollection(std::string name, std::string searchText,
+                                                   const LibraryFilter& filter) {
+    const LibraryFilter::Payload& payload = filter.payload;
+    if (std::holds_alternative<LibraryFilter::InSmartCollection>(payload)) return std::nullopt;
+
+    SmartCollection collection;
+    collection.id = Uuid::random();
+    collection.name = std::move(name);
+    collection.iconName = kSavedFilterIconName;
+    collection.colorHex = kSavedFilterColorHex;
+    collection.searchText = std::move(searchText);
+    if (const auto* ofKind = std::get_if<LibraryFilter::OfKind>(&payload)) collection.kind = ofKind->kind;
+    if (const auto* app = std::get_if<LibraryFilter::FromApp>(&payload)) collection.appBundleID = app->bundleID;
+    if (const auto* folder = std::get_if<LibraryFilter::InCollection>(&payload)) collection.collectionID = folder->id;
+    collection.onlyFavorites = std::holds_alternative<LibraryFilter::Favorites>(payload);
+    collection.onlyPinned = std::holds_alternative<LibraryFilter::Pinned>(payload);
+    return collection;
+}
+
+ClipQuery queryFor(const SmartCollection& collection, std::string_view searchFieldText) {
+    ClipQuery query;
+    query.kind = collection.kind;
+    query.appBundleID = collection.appBundleID;
+    query.collectionID = collection.collectionID;
+    query.onlyFavorites = collection.onlyFavorites;
+    query.onlyPinned = collection.onlyPinned;
+    query.text = searchFieldText.empty() ? collection.searchText : std::string(searchFieldText);
+    query.withinDays = collection.withinDays;
+    return query;
+}
+
+std::vector<Clip> clipsWithinDays(std::vector<Clip> page, std::optional<long long> withinDays, Date now) {
+    if (!withinDays || *withinDays < 1) return page;
+    Date cutOff = now.addingSeconds(-static_cast<double>(*withinDays) * kSecondsPerDay);
+    std::erase_if(page, [&](const Clip& clip) { return clip.createdAt < cutOff; });
+    return page;
+}
+
+RulePreview previewRule(const SmartRule& rule, const std::vector<Clip>& recentClips) {
+    RulePreview preview;
+    for (const Clip& clip : recentClips) {
+        if (!rule.matches(RuleSubject::from(clip))) continue;
+        ++preview.matchCount;
+        if (preview.matches.size() < kRulePreviewMatchLimit) preview.matches.push_back(clip);
+    }
+    if (recentClips.empty())
+        preview.summary = ruleTexts::previewNoClips;
+    else if (preview.matchCount == 0)
+        preview.summary = ruleTexts::previewNoMatches;
+    else
+        preview.summary = std::to_string(preview.matchCount) + " of " + std::to_string(recentClips.size()) +
+                          " recent clips match";
+    return preview;
+}
+
+// --- JSON --------------------------------------------------------------------------------------------
+
+Json toJson(const SmartCollection& collection) {
+    Json object{
+        {"id", uuidToJson(collection.id)},
+        {"name", collection.name},
+        {"iconName", collection.iconName},
+        {"colorHex", collection.colorHex},
+        {"onlyFavorites", collection.onlyFavorites},
+        {"onlyPinned", collection.onlyPinned},
+        {"searchText", collection.searchText},
+    };
+    if (collection.kind) object["kind"] = std::string(rawValue(*collection.kind));
+    if (collection.appBundleID) object["appBundleID"] = *collection.appBundleID;
+    if (collection.collectionID) object["collectionID"] = uuidToJson(*collection.collectionID);
+    if (collection.withinDays) object["withinDays"] = *collection.withinDays;
+    return object;
+}
+
+SmartCollection smartCollectionFromJson(const Json& value) {
+    if (!value.is_object()) throw JsonDecodeError("expected a smart collection object");
+    SmartCollection collection;
+    collection.id = uuidFrom(requireMember(value, "id"), "id");
+    collection.name = stringMember(value, "name");
+    collection.iconName = stringMember(value, "iconName");
+    collection.colorHex = stringMember(value, "colorHex");
+    if (const Json* kind = optionalMember(value, "kind")) {
+        std::string raw = stringFrom(*kind, "kind");
+        collection.kind = clipKindFromRawValue(raw);
+        if (!collection.kind) throwMemberError("kind", "unknown kind \"" + raw + "\"");
+    }
+    if (const Json* app = optionalMember(value, "appBundleID")) collection.appBundleID = stringFrom(*app, "appBundleID");
+    if (const Json* id = optionalMember(value, "collectionID")) collection.collectionID = uuidFrom(*id, "collectionID");
+    collection.onlyFavorites = boolMember(value, "onlyFavorites");
+    collection.onlyPinned = boolMember(value, "onlyPinned");
+    collection.searchText = stringMember(value, "searchText");
+    if (const Json* days = optionalMember(value, "withinDays")) {
+        // 7.5 or 2^63 is no day count; reading it as one would quietly change the filter.
+        bool fits = days->is_number_integer() &&
+                    !(days->is_number_unsigned() &&
+                      days->get<std::uint64_t>() > static_cast<std::uint64_t>(std::numeric_limits<long long>::max()));
+        if (!fits) throwMemberError("withinDays", "expected an integer");
+        collection.withinDays = days->get<long long>();
+    }
+    return collection;
+}
+
+std::string encodeSmartCollections(const std::vector<SmartCollection>& collections) {
+    Json array = Json::array();
+    for (const SmartCollection& collection : collections) array.push_back(toJson(collection));
+    return array.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+DecodedSmartCollections decodeSmartCollections(std::string_view text) {
+    try {
+        auto json = parseJson(text);
+        if (!json) return {std::nullopt, "not JSON"};
+        if (!json->is_array()) return {std::nullopt, "expected an array of smart collections"};
+        std::vector<SmartCollection> collections;
+        collections.reserve(json->size());
+        for (const Json& element : *json) collections.push_back(smartCollectionFromJson(element));
+        return {std::move(collections), {}};
+    } catch (const std::exception& error) {
+        return {std::nullopt, error.what()};
+    }
+}
+
+// --- Store -------------------------------------------------------------------------------------------
+
+SmartRuleStore::SmartRuleStore(Defaults& defaults, MainLoop& loop)
+    : defaults_(defaults), rules_(loop, {}), smartCollections_(loop, {}) {
+    // An unreadable list is not logged: publishing the empty list overwrites it right here.
+    auto storedRules = storedText(defaults_, ruleKeys::smartRules);
+    setRules(storedRules ? decodeRules(*storedRules).rules.value_or(std::vector<SmartRule>{})
+                         : std::vector<SmartRule>{});
+    auto storedCollections = storedText(defaults_, ruleKeys::smartCollections);
+    setSmartCollections(storedCollections ? decodeSmartCollections(*storedCollections)
+                                                .collections.value_or(std::vector<SmartCollection>{})
+                                          : std::vector<SmartCollection>{});
+    if (!defaults_.boolValue(ruleKeys::examplesSeeded)) {
+        // The flag first: whatever the list holds now, this step never runs again.
+        defaults_.set(ruleKeys::examplesSeeded, true);
+        if (rules_->empty()) setRules(exampleRules());
+    }
+}
+
+std::vector<SmartRule> SmartRuleStore::exampleRules() {
+    using Field = RuleCondition::Field;
+    return {
+        example("Figma \u2192 Assets", RuleMatchMode::all, {sourceAppIs("com.figma.Desktop")}, 0),
+        example("Hex colours \u2192 Colors", RuleMatchMode::all, {{Uuid::random(), Field::contentType, "color"}},
+                kRuleSortIndexGap),
+        example("Code from Xcode or VS Code \u2192 Snippets", RuleMatchMode::any,
+                {sourceAppIs("com.apple.dt.Xcode"), sourceAppIs("com.microsoft.VSCode")}, 2 * kRuleSortIndexGap),
+    };
+}
+
+void SmartRuleStore::setRules(std::vector<SmartRule> rules) {
+    rules_.set(std::move(rules));
+    writeList(defaults_, ruleKeys::smartRules, *rules_);
+}
+
+void SmartRuleStore::setSmartCollections(std::vector<SmartCollection> collections) {
+    smartCollections_.set(std::move(collections));
+    writeList(defaults_, ruleKeys::smartCollections, *smartCollections_);
+}
+
+std::vector<SmartRule> SmartRuleStore::activeRules() const {
+    std::vector<SmartRule> active;
+    for (const SmartRule& rule : *rules_)
+        if (rule.isEnabled) active.push_back(rule);
+    std::stable_sort(active.begin(), active.end(),
+                     [](const SmartRule& a, const SmartRule& b) { return a.sortIndex < b.sortIndex; });
+    return active;
+}
+
+std::optional<SmartRule> SmartRuleStore::rule(const Uuid& id) const {
+    auto found = std::find_if(rules_->begin(), rules_->end(), [&](const SmartRule& r) { return r.id == id; });
+    if (found == rules_->end()) return std::nullopt;
+    return *found;
+}
+
+std::optional<SmartCollection> SmartRuleStore::smartCollection(const Uuid& id) const {
+    auto found = std::find_if(smartCollections_->begin(), smartCollections_->end(),
+                              [&](const SmartCollection& c) { return c.id == id; });
+    if (found == smartCollections_->end()) return std::nullopt;
+    return *found;
+}
+
+void SmartRuleStore::addRule(SmartRule rule) {
+    std::vector<SmartRule> rules = *rules_;
+    if (rules.empty()) {
+        rule.sortIndex = 0;
+    } else {
+        auto highest = std::max_element(rules.begin(), rules.end(), [](const SmartRule& a, const SmartRule& b) {
+            return a.sortIndex < b.sortIndex;
+        });
+        rule.sortIndex = highest->sortIndex + kRuleSortIndexGap;
+    }
+    rules.push_back(std::move(rule));
+    setRules(std::move(rules));
+}
+
+void SmartRuleStore::updateRule(const SmartRule& rule) {
+    std::vector<SmartRule> rules = *rules_;
+    auto found = std::find_if(rules.begin(), rules.end(), [&](const SmartRule& r) { return r.id == rule.id; });
+    if (found == rules.end()) return;
+    *found = rule;
+    setRules(std::move(rules));
+}
+
+void SmartRuleStore::setRuleEnabled(const Uuid& id, bool isEnabled) {
+    std::vector<SmartRule> rules = *rules_;
+    auto found = std::find_if(rules.begin(), rules.end(), [&](const SmartRule& r) { return r.id == id; });
+    if (found == rules.end()) return;
+    found->isEnabled = isEnabled;
+    setRules(std::move(rules));
+}
+
+void SmartRuleStore::deleteRule(const Uuid& id) {
+    std::vector<SmartRule> rules = *rules_;
+    std::erase_if(rules, [&](const SmartRule& r) { return r.id == id; });
+    setRules(std::move(rules));
+}
+
+void SmartRuleStore::addSmartCollection(SmartCollection collection) {
+    std::vector<SmartCollection> collections = *smartCollections_;
+    collections.push_back(std::move(collection));
+    setSmartCollections(std::move(collections));
+}
+
+void SmartRuleStore::deleteSmartCollection(const Uuid& id) {
+    std::vector<SmartCollection> collections = *smartCollections_;
+    std::erase_if(collections, [&](const SmartCollection& c) { return c.id == id; });
+    setSmartCollections(std::move(collections));
+}
+
+std::optional<SmartCollection> SmartRuleStore::saveSmartCollection(std::string name, std::string searchText,
+                                                                   const LibraryFilter& filter) {
+    auto collection = makeSmartCollection(std::move(name), std::move(searchText), filter);
+    if (collection) addSmartCollection(*collection);
+    return collection;
+}
+
+ClipQuery SmartRuleStore::queryFor(const Uuid& smartCollectionID, std::string_view searchFieldText) const {
+    auto collection = smartCollection(smartCollectionID);
+    if (!collection) return {};
+    return tamarind::queryFor(*collection, searchFieldText);
+}
+
+}  // namespace tamarind

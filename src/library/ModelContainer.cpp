@@ -144,21 +144,6 @@ END;
 CREATE TABLE IF NOT EXISTS clip_facet_count (
   dimension TEXT NOT NULL, value TEXT NOT NULL, live INTEGER NOT NULL, name TEXT, namedAt REAL,
   PRIMARY KEY (dimension, value)) WITHOUT ROWID;
-INSERT INTO clip_facet_count(dimension, value, live) SELECT 'kind', kind, count(*) FROM clip
-  WHERE deletedAt IS NULL AND NOT EXISTS (SELECT 1 FROM meta WHERE key = 'facetCounts') GROUP BY kind;
--- An app's name is the one its most recent named clip carries (the bare columns of a max()).
-INSERT INTO clip_facet_count(dimension, value, live, name, namedAt)
-  SELECT 'app', sourceAppBundleID, count(*), sourceAppName,
-         max(CASE WHEN sourceAppName IS NOT NULL THEN createdAt END) FROM clip
-  WHERE deletedAt IS NULL AND sourceAppBundleID IS NOT NULL
-    AND NOT EXISTS (SELECT 1 FROM meta WHERE key = 'facetCounts') GROUP BY sourceAppBundleID;
-INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'favorite', count(*) FROM clip
-  WHERE deletedAt IS NULL AND isFavorite <> 0 AND NOT EXISTS (SELECT 1 FROM meta WHERE key = 'facetCounts')
-  GROUP BY isFavorite <> 0;
-INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'pinned', count(*) FROM clip
-  WHERE deletedAt IS NULL AND isPinned <> 0 AND NOT EXISTS (SELECT 1 FROM meta WHERE key = 'facetCounts')
-  GROUP BY isPinned <> 0;
-INSERT INTO meta(key, value) SELECT 'facetCounts', '1' WHERE NOT EXISTS (SELECT 1 FROM meta WHERE key = 'facetCounts');
 CREATE TRIGGER IF NOT EXISTS clip_facet_insert AFTER INSERT ON clip BEGIN
 {facetAdd}END;
 CREATE TRIGGER IF NOT EXISTS clip_facet_delete AFTER DELETE ON clip BEGIN
@@ -178,6 +163,25 @@ CREATE TRIGGER IF NOT EXISTS clip_search_update AFTER UPDATE OF searchFolded ON 
   INSERT INTO clip_search(clip_search, rowid, searchFolded) VALUES ('delete', old.pk, old.searchFolded);
   INSERT INTO clip_search(rowid, searchFolded) VALUES (new.pk, new.searchFolded);
 END;
+)SQL";
+
+// The facet counts of a store written before they existed, computed once when it opens: each
+// statement reads every clip, so they run only while meta lacks its mark.
+constexpr const char* kFacetCountsFill = R"SQL(
+INSERT INTO clip_facet_count(dimension, value, live) SELECT 'kind', kind, count(*) FROM clip
+  WHERE deletedAt IS NULL GROUP BY kind;
+-- An app's name is the one its most recent named clip carries (the bare columns of a max()).
+INSERT INTO clip_facet_count(dimension, value, live, name, namedAt)
+  SELECT 'app', sourceAppBundleID, count(*), sourceAppName,
+         max(CASE WHEN sourceAppName IS NOT NULL THEN createdAt END) FROM clip
+  WHERE deletedAt IS NULL AND sourceAppBundleID IS NOT NULL GROUP BY sourceAppBundleID;
+INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'favorite', count(*) FROM clip
+  WHERE deletedAt IS NULL AND isFavorite <> 0
+  GROUP BY isFavorite <> 0;
+INSERT INTO clip_facet_count(dimension, value, live) SELECT 'flag', 'pinned', count(*) FROM clip
+  WHERE deletedAt IS NULL AND isPinned <> 0
+  GROUP BY isPinned <> 0;
+INSERT INTO meta(key, value) VALUES ('facetCounts', '1');
 )SQL";
 
 // Trigrams of the folded text with their positions, so that a quoted needle is matched as a
@@ -432,6 +436,8 @@ ModelContainer::OpenResult ModelContainer::open(const std::filesystem::path& fil
         bool isSearchIndexStale = dropStaleSearchIndex(*database);
         database->exec(schema());
         if (isSearchIndexStale) database->exec("INSERT INTO clip_search(clip_search) VALUES ('rebuild')");
+        if (database->execAndGet("SELECT count(*) FROM meta WHERE key = 'facetCounts'").getInt() == 0)
+            database->exec(kFacetCountsFill);
         if (isNew)
             database->exec(std::string("INSERT INTO meta(key, value) VALUES ('schemaVersion', '") + kSchemaVersion +
                            "')");
@@ -448,6 +454,7 @@ ModelContainer::OpenResult ModelContainer::openInMemory() {
         auto database = std::make_unique<SQLite::Database>(":memory:", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
         configure(*database);
         database->exec(schema());
+        database->exec(kFacetCountsFill);
         database->exec(std::string("INSERT INTO meta(key, value) VALUES ('schemaVersion', '") + kSchemaVersion + "')");
         return std::unique_ptr<ModelContainer>(new ModelContainer(std::move(database), std::nullopt));
     } catch (const std::exception& error) {

@@ -14,6 +14,15 @@ constexpr int kListedAmbiguousMatches = 5;
 
 bool isIDCharacter(char c) { return std::isxdigit(static_cast<unsigned char>(c)) || c == '-'; }
 
+// What the ingest runs, read without making a SmartRuleStore: that writes both lists back (and
+// seeds the examples), and a settings file rewritten from this process's copy would undo what
+// another tamarind changed meanwhile. So `add` and `import` never write the settings.
+std::vector<SmartRule> storedActiveRules(const Defaults& defaults) {
+    auto stored = defaults.data(ruleKeys::smartRules);
+    if (!stored) return {};
+    return activeRules(decodeRules(stringFromData(*stored)).rules.value_or(std::vector<SmartRule>{}));
+}
+
 }  // namespace
 
 CliContext::CliContext(Paths paths, CliStreams streams) : paths_(std::move(paths)), streams_(streams) {}
@@ -45,7 +54,7 @@ ClipStore& CliContext::store() {
                " (see the line above); the file was left as it is. `tamarind doctor` tells more.");
     store_ = std::make_unique<ClipStore>(loop_, std::move(stores), BlobStore(paths_.blobs()), "CLI");
     store_->setCaptureLimits(captureLimits(preferences()));
-    store_->setActiveRulesProvider([this] { return rules().activeRules(); });
+    store_->setActiveRulesProvider([this] { return rules_ ? rules_->activeRules() : storedActiveRules(defaults()); });
     return *store_;
 }
 

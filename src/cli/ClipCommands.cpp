@@ -180,6 +180,7 @@ struct ListOptions {
     std::optional<std::string> smart;
     bool json = false;
     bool reveal = false;
+    bool count = false;
 };
 
 ClipSortOrder sortOrder(const std::string& name) {
@@ -198,6 +199,19 @@ void runList(CliContext& context, const ListOptions& options) {
         withinDays = query.withinDays;
     } else {
         query = queryOf(context, options.filters);
+    }
+    if (options.count) {
+        // The store counts without the collection filter and the age limit; those need the clips.
+        if (!query.collectionID && !withinDays) {
+            context.out() << context.store().count(query) << "\n";
+            return;
+        }
+        long long matching = 0;
+        context.store().forEachClip(query, [&](std::vector<Clip>& clips) {
+            matching += static_cast<long long>(clipsWithinDays(std::move(clips), withinDays, context.now()).size());
+        });
+        context.out() << matching << "\n";
+        return;
     }
     auto clips = context.store().fetchPage(options.page, query, sortOrder(options.sort), options.limit);
     keepWithinDays(clips, withinDays, context.now());
@@ -227,6 +241,7 @@ void addListOptions(CLI::App& command, ListOptions& options) {
         ->excludes(command.get_option("--pinned"))
         ->excludes(command.get_option("--within-days"));
     command.add_flag("--json", options.json, "Print a JSON array of clips");
+    command.add_flag("--count", options.count, "Print only how many clips match");
     command.add_flag("--reveal", options.reveal, "Show the content of sensitive clips");
 }
 

@@ -3,6 +3,7 @@
 // exactly as the app does and writes it in the same type.
 
 #include <charconv>
+#include <cmath>
 #include <ostream>
 
 #include "cli/Commands.h"
@@ -130,7 +131,8 @@ const std::vector<Setting>& settings() {
         megabytes.get = [](const P& p) { return Json(p.maximumMegabytes().value()); };
         megabytes.set = [megabytes](P& p, const std::string& text) {
             auto value = parseNumber<double>(text);
-            if (!value) badValue(megabytes, text);
+            // from_chars reads "inf" and "nan"; neither is a size, and infinity can't be read back.
+            if (!value || !std::isfinite(*value)) badValue(megabytes, text);
             p.setMaximumMegabytes(*value);
         };
         list.push_back(megabytes);

@@ -395,9 +395,11 @@ bool dropStaleSearchIndex(SQLite::Database& database) {
 }
 
 void configure(SQLite::Database& database) {
+    // First, so that no statement of this connection fails at once while another process (the
+    // command line, the app) holds the write lock for a moment.
+    database.setBusyTimeout(5000);
     database.exec("PRAGMA foreign_keys = ON");
     database.exec("PRAGMA synchronous = NORMAL");
-    database.setBusyTimeout(5000);  // the command line may hold the write lock for a moment
 }
 
 }  // namespace
@@ -426,13 +428,19 @@ ModelContainer::OpenResult ModelContainer::open(const std::filesystem::path& fil
         if (storedVersion && *storedVersion != kSchemaVersion)
             return "unsupported schema version " + *storedVersion + " in " + file.string();
         bool isNew = !storedVersion;
-        if (isNew && database->execAndGet("SELECT count(*) FROM sqlite_master").getInt() > 0)
+        // Tables but no meta: not ours. (Another process making this new file's schema commits
+        // meta with the rest.)
+        if (isNew && database->execAndGet("SELECT count(*) FROM sqlite_master").getInt() > 0 &&
+            !database->tableExists("meta"))
             return file.string() + " is a database of another program";
         std::string mode = database->execAndGet("PRAGMA journal_mode = WAL").getString();
         if (mode != "wal") return "could not switch " + file.string() + " to WAL (" + mode + ")";
         // The schema's statements are idempotent: a store of this version made before a
-        // table was added gets it here.
-        SQLite::Transaction transaction(*database);
+        // table was added gets it here. Immediate, since they write: a read transaction raised to
+        // a write one fails at once instead of waiting for another process's write to end.
+        SQLite::Transaction transaction(*database, SQLite::TransactionBehavior::IMMEDIATE);
+        // Another process may have made the new file's schema while this one waited.
+        if (isNew && database->tableExists("meta")) isNew = false;
         bool isSearchIndexStale = dropStaleSearchIndex(*database);
         database->exec(schema());
         if (isSearchIndexStale) database->exec("INSERT INTO clip_search(clip_search) VALUES ('rebuild')");

@@ -246,14 +246,16 @@ void SmartRuleStore::setSmartCollections(std::vector<SmartCollection> collection
     writeList(defaults_, ruleKeys::smartCollections, *smartCollections_);
 }
 
-std::vector<SmartRule> SmartRuleStore::activeRules() const {
+std::vector<SmartRule> activeRules(const std::vector<SmartRule>& rules) {
     std::vector<SmartRule> active;
-    for (const SmartRule& rule : *rules_)
+    for (const SmartRule& rule : rules)
         if (rule.isEnabled) active.push_back(rule);
     std::stable_sort(active.begin(), active.end(),
                      [](const SmartRule& a, const SmartRule& b) { return a.sortIndex < b.sortIndex; });
     return active;
 }
+
+std::vector<SmartRule> SmartRuleStore::activeRules() const { return tamarind::activeRules(*rules_); }
 
 std::optional<SmartRule> SmartRuleStore::rule(const Uuid& id) const {
     auto found = std::find_if(rules_->begin(), rules_->end(), [&](const SmartRule& r) { return r.id == id; });

@@ -174,6 +174,9 @@ struct DecodedSmartCollections {
 // Never throws; a failure of any element fails the whole list.
 DecodedSmartCollections decodeSmartCollections(std::string_view text);
 
+// The enabled rules by ascending sortIndex, equal indexes in list order: what the ingest runs.
+std::vector<SmartRule> activeRules(const std::vector<SmartRule>& rules);
+
 // --- Store ------------------------------------------------------------------------------------------
 
 // Every change publishes the whole list and rewrites its key. A list that cannot be encoded is
@@ -196,7 +199,7 @@ public:
     void setRules(std::vector<SmartRule> rules);
     void setSmartCollections(std::vector<SmartCollection> collections);
 
-    // The enabled rules by ascending sortIndex, equal indexes in list order: what the ingest runs.
+    // activeRules() of the list.
     std::vector<SmartRule> activeRules() const;
     std::optional<SmartRule> rule(const Uuid& id) const;
     std::optional<SmartCollection> smartCollection(const Uuid& id) const;

@@ -23,9 +23,7 @@ void configure(CLI::App& app, CliContext& context) {
     app.footer("Clip ids may be shortened to a unique prefix of 6 or more characters.\n"
                "See `tamarind COMMAND --help` and docs/cli.md.");
     CLI::App* appCommand = app.add_subcommand("app", "Start the desktop application");
-    appCommand->callback([&context] {
-        refuse("the desktop application is not built yet; the commands work without it");
-    });
+    appCommand->callback([&context] { context.requestDesktopApp(); });
     addClipCommands(app, context);
     addLibraryCommands(app, context);
     addRuleCommands(app, context);
@@ -34,10 +32,6 @@ void configure(CLI::App& app, CliContext& context) {
 }
 
 }  // namespace
-
-bool startsApp(int argc, const char* const* argv) {
-    return argc <= 1 || (argc == 2 && std::string_view(argv[1]) == "app");
-}
 
 int run(int argc, const char* const* argv, CliContext& context) {
     CLI::App app{kDescription, "tamarind"};

@@ -10,10 +10,8 @@
 namespace tamarind::cli {
 
 // Parses and runs one command line (argv[0] included). Errors go to the context's
-// stderr, one line naming the bad argument; no exception leaves.
+// stderr, one line naming the bad argument; no exception leaves. `tamarind app`
+// runs nothing here: it marks the context, and the caller starts the app.
 int run(int argc, const char* const* argv, CliContext& context);
-
-// True when the arguments name no command, so the desktop app should start.
-bool startsApp(int argc, const char* const* argv);
 
 }  // namespace tamarind::cli

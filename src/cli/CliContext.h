@@ -72,6 +72,10 @@ public:
     // A clip by its full id or a unique prefix of at least 6 characters. Refuses an unknown
     // id and an ambiguous prefix (naming the matches); a malformed one is bad usage.
     Uuid resolveClip(const std::string& argument);
+    // `tamarind app` asks for the desktop application, which the executable starts.
+    void requestDesktopApp() { wantsDesktopApp_ = true; }
+    bool wantsDesktopApp() const { return wantsDesktopApp_; }
+
     // A collection by id, unique id prefix, or exact name.
     Collection resolveCollection(const std::string& argument);
 
@@ -83,6 +87,7 @@ private:
     std::unique_ptr<CapturePreferences> preferences_;
     std::unique_ptr<SmartRuleStore> rules_;
     std::unique_ptr<ClipStore> store_;
+    bool wantsDesktopApp_ = false;
 };
 
 // The shortest id prefix a listing shows: long enough to be unique in any real library,

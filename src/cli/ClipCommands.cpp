@@ -358,6 +358,19 @@ std::string readInput(CliContext& context, const std::string& path) {
     return *contents.bytes;
 }
 
+ListingCommand addListingCommand(CLI::App& app, const std::string& name, const std::string& help,
+                                 const std::string& listHelp, std::function<void(bool json)> list) {
+    ListingCommand listing{app.add_subcommand(name, help), std::make_shared<bool>(false)};
+    listing.command->add_flag("--json", *listing.json, "Print JSON");
+    listing.command->fallthrough();  // `NAME list --json` too
+    auto json = listing.json;
+    listing.command->add_subcommand("list", listHelp)->callback([list, json] { list(*json); });
+    listing.command->callback([command = listing.command, list, json] {
+        if (command->get_subcommands().empty()) list(*json);
+    });
+    return listing;
+}
+
 void addClipCommands(CLI::App& app, CliContext& context) {
     auto add = std::make_shared<AddOptions>();
     CLI::App* addCommand = app.add_subcommand("add", "Add a clip, through the same checks as a copy");

@@ -30,6 +30,15 @@ void keepWithinDays(std::vector<Clip>& clips, std::optional<long long> days, Dat
 // A smart collection by id, unique id prefix or exact name; refused when there is none.
 const SmartCollection& resolveSmartCollection(CliContext& context, const std::string& argument);
 
+// A command that lists when given no subcommand and as `NAME list`, with --json before or after
+// `list`. The list function is handed the flag.
+struct ListingCommand {
+    CLI::App* command;
+    std::shared_ptr<bool> json;
+};
+ListingCommand addListingCommand(CLI::App& app, const std::string& name, const std::string& help,
+                                 const std::string& listHelp, std::function<void(bool json)> list);
+
 void addClipCommands(CLI::App& app, CliContext& context);
 void addLibraryCommands(CLI::App& app, CliContext& context);
 void addRuleCommands(CLI::App& app, CliContext& context);

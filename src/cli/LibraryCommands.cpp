@@ -34,13 +34,10 @@ std::vector<Uuid> resolveClips(CliContext& context, const std::vector<std::strin
 }
 
 void addCollectionCommands(CLI::App& app, CliContext& context) {
-    CLI::App* collections = app.add_subcommand("collections", "List and change collections (list by default)");
-    auto json = std::make_shared<bool>(false);
-    collections->add_flag("--json", *json, "Print a JSON array of collections");
-    collections->fallthrough();  // `collections list --json` too
-    auto list = [&context, json] {
+    CLI::App* collections = addListingCommand(app, "collections", "List and change collections (list by default)",
+                                              "List collections in their order", [&context](bool json) {
         auto all = context.store().collections();
-        if (*json) {
+        if (json) {
             OrderedJson array = OrderedJson::array();
             for (const Collection& collection : all) array.push_back(collectionJson(collection));
             printJson(context, array);
@@ -50,11 +47,7 @@ void addCollectionCommands(CLI::App& app, CliContext& context) {
             context.out() << collection.id.uuidString().substr(0, kShownIDLength) << "  " << collection.name << "  ("
                           << collection.clipIDs.size() << (collection.clipIDs.size() == 1 ? " clip" : " clips")
                           << ")\n";
-    };
-    collections->callback([collections, list] {
-        if (collections->get_subcommands().empty()) list();
-    });
-    collections->add_subcommand("list", "List collections in their order")->callback(list);
+    }).command;
 
     auto name = std::make_shared<std::string>();
     CLI::App* create = collections->add_subcommand("create", "Create a collection and print its id");

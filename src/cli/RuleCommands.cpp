@@ -85,13 +85,11 @@ void runPreview(CliContext& context, const SmartRule& rule) {
 }
 
 void addRulesCommand(CLI::App& app, CliContext& context) {
-    CLI::App* rules = app.add_subcommand("rules", "Capture rules: list, show, add, enable, disable, delete, ...");
-    auto json = std::make_shared<bool>(false);
-    rules->add_flag("--json", *json, "Print JSON (list, show)");
-    rules->fallthrough();
-    auto list = [&context, json] {
+    ListingCommand listing = addListingCommand(
+        app, "rules", "Capture rules: list, show, add, enable, disable, delete, ...", "The rules in the order they run",
+        [&context](bool json) {
         auto all = sortedRules(context);
-        if (*json) {
+        if (json) {
             Json array = Json::array();
             for (const SmartRule& rule : all) array.push_back(toJson(rule));
             printJson(context, array);
@@ -101,16 +99,13 @@ void addRulesCommand(CLI::App& app, CliContext& context) {
         for (const SmartRule& rule : all)
             context.out() << rule.id.uuidString().substr(0, kShownIDLength) << "  " << (rule.isEnabled ? "on " : "off")
                           << "  " << rule.name << "  (" << rule.summary() << ")\n";
-    };
-    rules->callback([rules, list] {
-        if (rules->get_subcommands().empty()) list();
-    });
-    rules->add_subcommand("list", "The rules in the order they run")->callback(list);
+        });
+    CLI::App* rules = listing.command;
 
     auto shown = std::make_shared<std::string>();
     CLI::App* show = rules->add_subcommand("show", "One rule, in words or (--json) in its stored form");
     show->add_option("rule", *shown, "Name, id or unique id prefix")->required();
-    show->callback([&context, shown, json] {
+    show->callback([&context, shown, json = listing.json] {
         const SmartRule& rule = resolveRule(context, *shown);
         if (*json) {
             printJson(context, toJson(rule));
@@ -173,13 +168,10 @@ void addRulesCommand(CLI::App& app, CliContext& context) {
 // --- smart collections -----------------------------------------------------------------------------
 
 void addSmartCommand(CLI::App& app, CliContext& context) {
-    CLI::App* smart = app.add_subcommand("smart", "Smart collections (saved filters): list, save, delete");
-    auto json = std::make_shared<bool>(false);
-    smart->add_flag("--json", *json, "Print a JSON array");
-    smart->fallthrough();
-    auto list = [&context, json] {
+    CLI::App* smart = addListingCommand(app, "smart", "Smart collections (saved filters): list, save, delete",
+                                        "The smart collections", [&context](bool json) {
         const auto& all = context.rules().smartCollections().value();
-        if (*json) {
+        if (json) {
             Json array = Json::array();
             for (const SmartCollection& collection : all) array.push_back(toJson(collection));
             printJson(context, array);
@@ -195,11 +187,7 @@ void addSmartCommand(CLI::App& app, CliContext& context) {
             if (collection.withinDays) context.out() << "  within " << *collection.withinDays << " days";
             context.out() << "\n";
         }
-    };
-    smart->callback([smart, list] {
-        if (smart->get_subcommands().empty()) list();
-    });
-    smart->add_subcommand("list", "The smart collections")->callback(list);
+    }).command;
 
     auto saving = std::make_shared<std::pair<std::string, FilterOptions>>();
     CLI::App* save = smart->add_subcommand("save", "Save a filter as a smart collection (the same filters as list)");

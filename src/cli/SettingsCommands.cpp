@@ -173,14 +173,10 @@ std::string shown(const Json& value) { return value.is_string() ? value.get<std:
 }  // namespace
 
 void addSettingsCommands(CLI::App& app, CliContext& context) {
-    CLI::App* command = app.add_subcommand("settings", "Read and change the settings (list by default)");
-    command->require_subcommand(0, 1);
-    auto json = std::make_shared<bool>(false);
-    command->add_flag("--json", *json, "Print the settings as one JSON object");
-    command->fallthrough();
-    auto list = [&context, json] {
+    CLI::App* command = addListingCommand(app, "settings", "Read and change the settings (list by default)",
+                                          "Every known setting with its value", [&context](bool json) {
         CapturePreferences& preferences = context.preferences();
-        if (*json) {
+        if (json) {
             Json object = Json::object();
             for (const Setting& setting : settings()) object[setting.key] = setting.get(preferences);
             printJson(context, object);
@@ -189,11 +185,7 @@ void addSettingsCommands(CLI::App& app, CliContext& context) {
         for (const Setting& setting : settings())
             context.out() << setting.key << " = " << shown(setting.get(preferences)) << "    # " << setting.help
                           << "; " << setting.type << "\n";
-    };
-    command->callback([command, list] {
-        if (command->get_subcommands().empty()) list();
-    });
-    command->add_subcommand("list", "Every known setting with its value")->callback(list);
+    }).command;
 
     auto key = std::make_shared<std::string>();
     CLI::App* get = command->add_subcommand("get", "One setting's value (its default when never set)");

@@ -1,0 +1,72 @@
+#include "app/AppState.h"
+
+namespace tamarind {
+
+namespace {
+
+TamarindStores openLibrary(const Paths& paths) {
+    // Sync is not built yet: the store is the local one.
+    return openStores(paths.applicationSupport, false, false, false);
+}
+
+}  // namespace
+
+AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, PlatformServices platform,
+                   std::optional<TamarindStores> stores)
+    : loop_(loop), isCapturePaused_(loop, false) {
+    store_ = std::make_unique<ClipStore>(loop, stores ? std::move(*stores) : openLibrary(paths),
+                                         BlobStore(paths.blobs()), "LOCAL");
+    preferences_ = std::make_unique<CapturePreferences>(defaults, loop);
+    rules_ = std::make_unique<SmartRuleStore>(defaults, loop);
+    store_->setActiveRulesProvider([rules = rules_.get(), alive = std::weak_ptr<bool>(isAlive_)] {
+        return alive.expired() ? std::vector<SmartRule>{} : rules->activeRules();
+    });
+    store_->setCaptureLimits(captureLimits(*preferences_));
+    monitor_ = std::make_unique<ClipboardMonitor>(loop, platform.pasteboard, platform.workspace);
+    capture_ = std::make_unique<ClipCaptureService>(loop, *store_, *preferences_, *monitor_);
+    isCapturePaused_.set(preferences_->isPaused().value());
+
+    subscriptions_.push_back(monitor_->isPaused().subscribe([this](const bool& isPaused) {
+        isCapturePaused_.set(isPaused);
+        armAutoResume(isPaused);
+    }));
+    subscriptions_.push_back(preferences_->autoResumeMinutes().subscribe(
+        [this](const long long&) { armAutoResume(monitor_->isPaused().value()); }, true));
+    // Any one of the four rebuilds the whole of the limits.
+    auto rebuildLimits = [this](const auto&) { store_->setCaptureLimits(captureLimits(*preferences_)); };
+    subscriptions_.push_back(preferences_->minimumCharacters().subscribe(rebuildLimits, true));
+    subscriptions_.push_back(preferences_->maximumMegabytes().subscribe(rebuildLimits, true));
+    subscriptions_.push_back(preferences_->isSensitiveDetectionEnabled().subscribe(rebuildLimits, true));
+    subscriptions_.push_back(preferences_->sensitiveHandling().subscribe(rebuildLimits, true));
+}
+
+AppState::~AppState() { *isAlive_ = false; }
+
+void AppState::start() {
+    capture_->start();
+    // Another process (the command line) may write the same library.
+    store_->watchForOutsideChanges(std::chrono::seconds(1));
+    isCapturePaused_.set(preferences_->isPaused().value());
+}
+
+void AppState::togglePause() {
+    bool isPaused = !monitor_->isPaused().value();
+    preferences_->setPaused(isPaused);
+    monitor_->setPaused(isPaused);
+    isCapturePaused_.set(isPaused);
+}
+
+void AppState::armAutoResume(bool isPaused) {
+    autoResumeTask_.cancel();
+    long long minutes = preferences_->autoResumeMinutes().value();
+    if (!isPaused || minutes < 1) return;
+    autoResumeTask_ = loop_.postDelayed(std::chrono::minutes(minutes), [this, minutes] {
+        if (!monitor_->isPaused().value()) return;
+        preferences_->setPaused(false);
+        monitor_->setPaused(false);
+        isCapturePaused_.set(false);
+        log_.log("Capture resumed automatically after %{public}ld minutes.", minutes);
+    });
+}
+
+}  // namespace tamarind

@@ -1,0 +1,65 @@
+#pragma once
+// The composition root: builds every service once, in a fixed order, wires
+// them with callbacks and observations, and owns them for the process's life.
+// The platform backends are handed in, so the same wiring runs on X11 and on
+// the fakes of the tests. Services not built yet join here as they land.
+// Main thread only.
+
+#include <memory>
+#include <optional>
+
+#include "capture/ClipCaptureService.h"
+#include "capture/ClipboardMonitor.h"
+#include "capture/CapturePreferences.h"
+#include "foundation/Defaults.h"
+#include "foundation/Paths.h"
+#include "library/ClipStore.h"
+#include "rules/SmartRuleStore.h"
+
+namespace tamarind {
+
+struct PlatformServices {
+    Pasteboard& pasteboard;
+    Workspace& workspace;
+};
+
+class AppState {
+public:
+    // Stores passed in are used as they are; without them they are opened in the library
+    // folder, with every fall-back.
+    AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, PlatformServices platform,
+             std::optional<TamarindStores> stores = std::nullopt);
+    ~AppState();
+    AppState(const AppState&) = delete;
+    AppState& operator=(const AppState&) = delete;
+
+    ClipStore& store() { return *store_; }
+    CapturePreferences& preferences() { return *preferences_; }
+    SmartRuleStore& rules() { return *rules_; }
+    ClipboardMonitor& monitor() { return *monitor_; }
+    ClipCaptureService& capture() { return *capture_; }
+    const Observable<bool>& isCapturePaused() const { return isCapturePaused_; }
+    bool isAutoResumeArmed() const { return autoResumeTask_.isPending(); }
+
+    // The once-only wiring of the running system.
+    void start();
+    // The saved setting first, then the monitor, then the mirror.
+    void togglePause();
+
+private:
+    void armAutoResume(bool isPaused);
+
+    MainLoop& loop_;
+    std::unique_ptr<ClipStore> store_;
+    std::unique_ptr<CapturePreferences> preferences_;
+    std::unique_ptr<SmartRuleStore> rules_;
+    std::unique_ptr<ClipboardMonitor> monitor_;
+    std::unique_ptr<ClipCaptureService> capture_;
+    Observable<bool> isCapturePaused_;
+    TaskHandle autoResumeTask_;
+    std::vector<Subscription> subscriptions_;
+    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+    Log log_{"app"};
+};
+
+}  // namespace tamarind

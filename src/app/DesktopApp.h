@@ -1,0 +1,13 @@
+#pragma once
+// `tamarind` with no command: the desktop application on X11, run until
+// SIGINT or SIGTERM. Capture only for now; the tray, panels and hotkeys join
+// as they are built.
+
+#include "foundation/Paths.h"
+
+namespace tamarind {
+
+// The exit status: 0 after a signal, 1 when the display or the library can't be reached.
+int runDesktopApp(const Paths& paths);
+
+}  // namespace tamarind

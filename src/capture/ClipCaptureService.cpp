@@ -1,0 +1,71 @@
+#include "capture/ClipCaptureService.h"
+
+#include "library/ClipClassifier.h"
+
+namespace tamarind {
+
+ClipCaptureService::ClipCaptureService(MainLoop& loop, ClipStore& store, CapturePreferences& preferences,
+                                       ClipboardMonitor& monitor)
+    : loop_(loop),
+      store_(store),
+      preferences_(preferences),
+      monitor_(monitor),
+      lastResult_(loop, std::nullopt),
+      capturedThisSession_(loop, 0),
+      rejectedThisSession_(loop, 0) {}
+
+ClipCaptureService::~ClipCaptureService() {
+    *isAlive_ = false;
+    monitor_.setOnChange(nullptr);
+}
+
+void ClipCaptureService::start() {
+    monitor_.setOnChange([this, alive = std::weak_ptr<bool>(isAlive_)](const PasteboardSnapshot& snapshot) {
+        if (auto isAlive = alive.lock(); isAlive && *isAlive) handle(snapshot);
+    });
+    bool isPaused = preferences_.isPaused().value();
+    log_.info("Starting capture; persisted pause state = %{bool,public}d.", isPaused);
+    monitor_.setPaused(isPaused);
+    if (!isPaused) monitor_.start();
+    applyRetention();
+    scheduleRetention();
+}
+
+void ClipCaptureService::applyRetention() {
+    store_.applyRetention(preferences_.maximumClipCount().value(), preferences_.maximumAgeInDays().value(),
+                          loop_.clock().wallNow());
+}
+
+// The values of the moment the sweep runs: a changed limit takes effect at the next sweep.
+void ClipCaptureService::scheduleRetention() {
+    retentionTask_ = loop_.postDelayed(kRetentionInterval, [this] {
+        applyRetention();
+        scheduleRetention();
+    });
+}
+
+void ClipCaptureService::handle(const PasteboardSnapshot& snapshot) {
+    const std::set<std::string>& excluded = preferences_.excludedBundleIDs().value();
+    // A refused copy never reaches collect mode; the store repeats the gate and gives the refusal
+    // its result and log line.
+    if (!ClipStore::captureRejection(snapshot, excluded) && stageInsteadOfStoring_ &&
+        stageInsteadOfStoring_(snapshot, classify(snapshot))) {
+        capturedThisSession_.set(capturedThisSession_.value() + 1);
+        return;
+    }
+    IngestResult result = store_.ingest(snapshot, excluded);
+    lastResult_.set(result);
+    switch (result.kind) {
+    case IngestResult::Kind::inserted: {
+        capturedThisSession_.set(capturedThisSession_.value() + 1);
+        bool matchedRule = store_.lastInsertMatchedRule();
+        if (onClipInserted_)
+            if (auto clip = store_.clip(result.clipID)) onClipInserted_(*clip, matchedRule);
+        break;
+    }
+    case IngestResult::Kind::deduplicated: break;
+    case IngestResult::Kind::rejected: rejectedThisSession_.set(rejectedThisSession_.value() + 1); break;
+    }
+}
+
+}  // namespace tamarind

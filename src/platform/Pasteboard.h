@@ -1,0 +1,25 @@
+#pragma once
+// The system clipboard as capture sees it: a change counter that costs
+// nothing to read, and an asynchronous read of everything it holds. On X11
+// the counter rises on each owner change of the CLIPBOARD selection, and a
+// read converts the owner's targets one by one, each with a time-out.
+
+#include <functional>
+
+#include "library/PasteboardSnapshot.h"
+
+namespace tamarind {
+
+class Pasteboard {
+public:
+    virtual ~Pasteboard() = default;
+
+    // Rises on every change of the clipboard's content; no I/O.
+    virtual long long changeCount() const = 0;
+    // Reads what the clipboard holds now and calls `done` on the main loop with it (without
+    // the source application, which the caller adds). Never blocks; a hung owner costs at most
+    // the backend's time-out. One read at a time: a call while one runs is queued after it.
+    virtual void readSnapshot(std::function<void(PasteboardSnapshot)> done) = 0;
+};
+
+}  // namespace tamarind

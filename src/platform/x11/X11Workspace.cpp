@@ -1,0 +1,138 @@
+#include "platform/x11/X11Workspace.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "foundation/Files.h"
+#include "foundation/Text.h"
+
+namespace tamarind {
+
+namespace {
+
+std::optional<DesktopEntry> readDesktopEntry(const std::filesystem::path& file) {
+    std::ifstream stream(file);
+    if (!stream) return std::nullopt;
+    DesktopEntry entry;
+    entry.id = file.stem().string();
+    bool isMainGroup = false;
+    for (std::string line; std::getline(stream, line);) {
+        if (!line.empty() && line.front() == '[') {
+            isMainGroup = line == "[Desktop Entry]";
+            continue;
+        }
+        if (!isMainGroup) continue;
+        if (line.starts_with("Name=")) entry.name = line.substr(5);
+        if (line.starts_with("StartupWMClass=")) entry.startupWMClass = line.substr(15);
+        if (line == "NoDisplay=true" || line == "Hidden=true") entry.startupWMClass.clear();
+    }
+    if (entry.name.empty()) return std::nullopt;
+    return entry;
+}
+
+}  // namespace
+
+X11Workspace::X11Workspace(X11Connection& x11, std::vector<std::string> applicationFolders)
+    : x11_(x11), applicationFolders_(std::move(applicationFolders)) {}
+
+std::vector<std::string> X11Workspace::defaultApplicationFolders() {
+    std::vector<std::string> folders;
+    const char* dataHome = std::getenv("XDG_DATA_HOME");
+    const char* home = std::getenv("HOME");
+    if (dataHome && *dataHome == '/') {
+        folders.push_back(std::string(dataHome) + "/applications");
+    } else if (home) {
+        folders.push_back(std::string(home) + "/.local/share/applications");
+    }
+    const char* dataDirs = std::getenv("XDG_DATA_DIRS");
+    std::string dirs = dataDirs && *dataDirs ? dataDirs : "/usr/local/share:/usr/share";
+    for (std::string_view dir : split(dirs, ":"))
+        if (!dir.empty() && dir.front() == '/') folders.push_back(std::string(dir) + "/applications");
+    return folders;
+}
+
+std::optional<std::string> X11Workspace::sandboxAppID(const std::string& cgroup) {
+    for (std::string_view line : split(cgroup, "\n")) {
+        if (auto at = line.find("app-flatpak-"); at != std::string_view::npos) {
+            std::string_view rest = line.substr(at + 12);
+            // "<id>-<instance>.scope": the id holds dots, the instance only digits.
+            auto dash = rest.rfind('-');
+            if (dash != std::string_view::npos && dash > 0) return std::string(rest.substr(0, dash));
+        }
+        if (auto at = line.find("/snap."); at != std::string_view::npos) {
+            std::string_view rest = line.substr(at + 6);
+            auto dot = rest.find('.');
+            if (dot != std::string_view::npos && dot > 0) return std::string(rest.substr(0, dot));
+        }
+    }
+    return std::nullopt;
+}
+
+RunningApplication X11Workspace::applicationForClass(const std::string& instance, const std::string& windowClass,
+                                                     const std::vector<DesktopEntry>& entries) {
+    // A desktop file claims a class by StartupWMClass, or by being named after it.
+    for (const std::string& key : {windowClass, instance}) {
+        if (key.empty()) continue;
+        for (const DesktopEntry& entry : entries)
+            if (caseInsensitiveEquals(entry.startupWMClass, key)) return {entry.id, entry.name};
+        for (const DesktopEntry& entry : entries) {
+            std::string_view id = entry.id;
+            bool endsWithKey = id.size() > key.size() && id[id.size() - key.size() - 1] == '.' &&
+                               caseInsensitiveEquals(id.substr(id.size() - key.size()), key);
+            if (caseInsensitiveEquals(id, key) || endsWithKey) return {entry.id, entry.name};
+        }
+    }
+    std::string shown = windowClass.empty() ? instance : windowClass;
+    return {shown, shown};
+}
+
+const std::vector<DesktopEntry>& X11Workspace::entries() {
+    if (entries_) return *entries_;
+    entries_.emplace();
+    std::set<std::string> seen;  // an earlier folder's file hides a later one of the same id
+    for (const std::string& folder : applicationFolders_) {
+        std::error_code error;
+        for (const auto& file : std::filesystem::directory_iterator(folder, error)) {
+            if (file.path().extension() != ".desktop" || seen.contains(file.path().stem().string())) continue;
+            seen.insert(file.path().stem().string());
+            if (auto entry = readDesktopEntry(file.path())) entries_->push_back(std::move(*entry));
+        }
+    }
+    return *entries_;
+}
+
+std::optional<RunningApplication> X11Workspace::frontmostApplication() {
+    auto active = x11_.property(x11_.root(), x11_.atom("_NET_ACTIVE_WINDOW"));
+    if (!active || active->bytes.size() < 4) return std::nullopt;
+    xcb_window_t window = 0;
+    std::memcpy(&window, active->bytes.data(), 4);
+    if (window == XCB_WINDOW_NONE) return std::nullopt;
+    auto wmClass = x11_.property(window, XCB_ATOM_WM_CLASS);
+    std::string instance, windowClass;
+    if (wmClass) {
+        // Two NUL-terminated strings: the instance, then the class.
+        std::string_view bytes = wmClass->bytes;
+        auto end = bytes.find('\0');
+        instance = std::string(bytes.substr(0, end));
+        if (end != std::string_view::npos) windowClass = std::string(bytes.substr(end + 1, bytes.find('\0', end + 1) - end - 1));
+    }
+    RunningApplication application = applicationForClass(instance, windowClass, entries());
+    if (auto pid = x11_.property(window, x11_.atom("_NET_WM_PID")); pid && pid->bytes.size() >= 4) {
+        uint32_t processID = 0;
+        std::memcpy(&processID, pid->bytes.data(), 4);
+        auto cgroup = readWholeFile("/proc/" + std::to_string(processID) + "/cgroup");
+        if (cgroup.bytes)
+            if (auto id = sandboxAppID(*cgroup.bytes)) {
+                application.bundleID = *id;
+                for (const DesktopEntry& entry : entries())
+                    if (entry.id == *id) application.name = entry.name;
+            }
+    }
+    if (!application.bundleID || application.bundleID->empty()) return std::nullopt;
+    return application;
+}
+
+}  // namespace tamarind

@@ -1,0 +1,212 @@
+// The X11 clipboard and workspace backends against real X clients on a private Xvfb: xclip,
+// and our clipboard owner, which offers several targets at once, hangs, or sends in INCR chunks.
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "app/AppState.h"
+#include "foundation/PollMainLoop.h"
+#include "library/ImageCodec.h"
+#include "platform/x11/X11Clipboard.h"
+#include "platform/x11/X11Workspace.h"
+#include "support/Images.h"
+#include "support/TemporaryFolder.h"
+#include "support/X11Session.h"
+
+namespace tamarind {
+namespace {
+
+class X11ClipboardTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!session_.isRunning()) GTEST_SKIP() << session_.problem();
+        if (!X11Session::hasProgram("xclip")) GTEST_SKIP() << "xclip is not installed (scripts/setup installs it)";
+        auto opened = X11Connection::open(loop_, session_.display().c_str());
+        ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Connection>>(opened));
+        x11_ = std::move(std::get<std::unique_ptr<X11Connection>>(opened));
+        auto created = X11Clipboard::create(loop_, *x11_);
+        ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Clipboard>>(created));
+        clipboard_ = std::move(std::get<std::unique_ptr<X11Clipboard>>(created));
+    }
+
+    // Runs the loop until `done` holds, for at most `seconds`; whether it came to hold.
+    bool runUntil(const std::function<bool()>& done, double seconds = 5) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+        std::function<void()> check;
+        TaskHandle timer;
+        check = [&] {
+            if (done() || std::chrono::steady_clock::now() > deadline) return loop_.quit();
+            timer = loop_.postDelayed(std::chrono::milliseconds(5), check);
+        };
+        loop_.post(check);
+        loop_.run();
+        return done();
+    }
+
+    // Waits for the owner change the copy makes, then reads the clipboard.
+    std::optional<PasteboardSnapshot> readAfterChange(long long countBefore) {
+        if (!runUntil([&] { return clipboard_->changeCount() > countBefore; })) return std::nullopt;
+        std::optional<PasteboardSnapshot> snapshot;
+        clipboard_->readSnapshot([&](PasteboardSnapshot read) { snapshot = std::move(read); });
+        runUntil([&] { return snapshot.has_value(); });
+        return snapshot;
+    }
+
+    std::string file(const std::string& name, const std::string& bytes) {
+        auto path = folder_.path() / name;
+        std::ofstream(path, std::ios::binary) << bytes;
+        return path.string();
+    }
+
+    // xclip offering one target, until another client takes the clipboard.
+    void xclip(const std::string& type, const std::string& bytes) {
+        session_.start("xclip", {"-quiet", "-selection", "clipboard", "-t", type, "-i", file("xclip-input", bytes)});
+    }
+
+    void owner(std::vector<std::string> arguments) { session_.start(TAMARIND_CLIPBOARD_OWNER, arguments, "ready"); }
+
+    X11Session session_;
+    TemporaryFolder folder_;
+    PollMainLoop loop_;
+    std::unique_ptr<X11Connection> x11_;
+    std::unique_ptr<X11Clipboard> clipboard_;
+};
+
+TEST_F(X11ClipboardTest, TextFromXclipArrivesWithItsTypesAndNoProtocolTargets) {
+    long long before = clipboard_->changeCount();
+    xclip("UTF8_STRING", "Grüße aus Köln");
+    auto snapshot = readAfterChange(before);
+    ASSERT_TRUE(snapshot);
+    EXPECT_EQ(snapshot->string, "Grüße aus Köln");
+    EXPECT_NE(std::find(snapshot->types.begin(), snapshot->types.end(), "UTF8_STRING"), snapshot->types.end());
+    for (const std::string& type : snapshot->types) EXPECT_FALSE(X11Clipboard::isProtocolTarget(type)) << type;
+    EXPECT_EQ(snapshot->changeCount, clipboard_->changeCount());
+}
+
+TEST_F(X11ClipboardTest, SeveralTargetsOfOneOwnerFillTheirFieldsInTheOwnersOrder) {
+    long long before = clipboard_->changeCount();
+    owner({"text/html=" + file("page.html", "<b>bold</b>"), "UTF8_STRING=" + file("text", "bold"),
+           "x-kde-passwordManagerHint=" + file("hint", "secret"), "text/rtf=" + file("doc.rtf", "{\\rtf1 bold}")});
+    auto snapshot = readAfterChange(before);
+    ASSERT_TRUE(snapshot);
+    EXPECT_EQ(snapshot->htmlString, "<b>bold</b>");
+    EXPECT_EQ(snapshot->string, "bold");
+    EXPECT_EQ(snapshot->rtfData, dataFromString("{\\rtf1 bold}"));
+    EXPECT_EQ(snapshot->types, (std::vector<std::string>{"text/html", "UTF8_STRING", "x-kde-passwordManagerHint",
+                                                         "text/rtf"}));
+}
+
+TEST_F(X11ClipboardTest, ImagesAreKeptAsPngOrConvertedToIt) {
+    long long before = clipboard_->changeCount();
+    xclip("image/png", stringFromData(makePng(40, 30)));
+    auto png = readAfterChange(before);
+    ASSERT_TRUE(png && png->imageData);
+    EXPECT_EQ(png->imageFileExtension, "png");
+    ASSERT_TRUE(png->imagePixelSize);
+    EXPECT_EQ(png->imagePixelSize->width, 40);
+
+    before = clipboard_->changeCount();
+    owner({"image/bmp=" + file("image.bmp", stringFromData(makeBmp(20, 10)))});
+    auto bmp = readAfterChange(before);
+    ASSERT_TRUE(bmp && bmp->imageData);
+    EXPECT_EQ(bmp->imageFileExtension, "png");
+    EXPECT_EQ(stringFromData(*bmp->imageData).substr(1, 3), "PNG");
+    ASSERT_TRUE(bmp->imagePixelSize);
+    EXPECT_EQ(bmp->imagePixelSize->height, 10);
+}
+
+TEST_F(X11ClipboardTest, FileListsBecomeFileURLs) {
+    long long before = clipboard_->changeCount();
+    xclip("text/uri-list", "# a comment\r\nfile:///home/ann/a%20b.txt\r\nfile:///tmp/c.png\r\nhttps://example.com/\r\n");
+    auto snapshot = readAfterChange(before);
+    ASSERT_TRUE(snapshot);
+    ASSERT_EQ(snapshot->fileURLs.size(), 2u);
+    EXPECT_EQ(snapshot->fileURLs[0].path, "/home/ann/a b.txt");
+    EXPECT_EQ(snapshot->fileURLs[1].path, "/tmp/c.png");
+
+    before = clipboard_->changeCount();
+    owner({"x-special/gnome-copied-files=" + file("copied", "copy\nfile:///srv/report.pdf")});
+    auto gnome = readAfterChange(before);
+    ASSERT_TRUE(gnome);
+    ASSERT_EQ(gnome->fileURLs.size(), 1u);
+    EXPECT_EQ(gnome->fileURLs[0].path, "/srv/report.pdf");
+}
+
+TEST_F(X11ClipboardTest, LargeDataComesInIncrementsWhole) {
+    std::string large;
+    for (int i = 0; large.size() < 1'000'000; ++i) large += "line " + std::to_string(i) + " of a long paste\n";
+    long long before = clipboard_->changeCount();
+    owner({"--incr-above", "65536", "UTF8_STRING=" + file("large", large)});
+    auto snapshot = readAfterChange(before);
+    ASSERT_TRUE(snapshot && snapshot->string);
+    EXPECT_EQ(snapshot->string->size(), large.size());
+    EXPECT_EQ(*snapshot->string, large);
+}
+
+TEST_F(X11ClipboardTest, AHungOwnerCostsItsTimeOutAndTheNextCopyIsRead) {
+    long long before = clipboard_->changeCount();
+    owner({"--never-answer", "UTF8_STRING=" + file("text", "never sent")});
+    auto hung = readAfterChange(before);
+    ASSERT_TRUE(hung);
+    EXPECT_FALSE(hung->string);
+    EXPECT_EQ(hung->types, std::vector<std::string>{"UTF8_STRING"});
+
+    before = clipboard_->changeCount();
+    xclip("UTF8_STRING", "after the hang");
+    auto next = readAfterChange(before);
+    ASSERT_TRUE(next);
+    EXPECT_EQ(next->string, "after the hang");
+}
+
+TEST_F(X11ClipboardTest, TheActiveWindowNamesItsApplicationByItsDesktopFile) {
+    auto applications = folder_.path() / "applications";
+    std::filesystem::create_directories(applications);
+    std::ofstream(applications / "org.example.Editor.desktop")
+        << "[Desktop Entry]\nType=Application\nName=Example Editor\nStartupWMClass=exampleeditor\n";
+    X11Workspace workspace(*x11_, {applications.string()});
+    EXPECT_FALSE(workspace.frontmostApplication());
+
+    owner({"--class", "ExampleEditor", "UTF8_STRING=" + file("text", "x")});
+    auto application = workspace.frontmostApplication();
+    ASSERT_TRUE(application);
+    EXPECT_EQ(application->bundleID, "org.example.Editor");
+    EXPECT_EQ(application->name, "Example Editor");
+}
+
+// The whole road of a copy: owner change, monitor tick, read, capture service, store.
+TEST_F(X11ClipboardTest, CopiesReachTheLibraryExceptWhilePaused) {
+    TemporaryFolder home;
+    auto paths = Paths::fromEnvironment([&](const std::string& name) -> std::optional<std::string> {
+        if (name == "TAMARIND_HOME") return home.path().string();
+        return std::nullopt;
+    });
+    ASSERT_TRUE(paths);
+    InMemoryDefaults defaults;
+    X11Workspace workspace(*x11_, {});
+    auto memory = ModelContainer::openInMemory();
+    AppState state(loop_, defaults, *paths, PlatformServices{*clipboard_, workspace},
+                   TamarindStores{std::move(std::get<std::unique_ptr<ModelContainer>>(memory)), nullptr, false});
+    state.start();
+    auto texts = [&] {
+        std::vector<std::string> found;
+        for (const Clip& clip : state.store().fetchPage(0, ClipQuery{}, ClipSortOrder::oldest, 50))
+            found.push_back(clip.text.value_or(""));
+        return found;
+    };
+
+    xclip("UTF8_STRING", "first copy");
+    ASSERT_TRUE(runUntil([&] { return texts().size() == 1; }));
+    state.togglePause();
+    long long before = clipboard_->changeCount();
+    xclip("UTF8_STRING", "copied while paused");
+    ASSERT_TRUE(runUntil([&] { return clipboard_->changeCount() > before; }));
+    runUntil([] { return false; }, 0.7);  // two ticks
+    state.togglePause();
+    xclip("UTF8_STRING", "after resuming");
+    ASSERT_TRUE(runUntil([&] { return texts().size() == 2; }));
+    EXPECT_EQ(texts(), (std::vector<std::string>{"first copy", "after resuming"}));
+}
+
+}  // namespace
+}  // namespace tamarind

@@ -1,5 +1,6 @@
 #include "cli/ClipFormat.h"
 
+#include <cmath>
 #include <cstdio>
 
 #include "foundation/Text.h"
@@ -13,7 +14,7 @@ constexpr const char* kSensitiveTitle = "Sensitive";
 constexpr std::size_t kKindColumn = 10;  // "screenshot"
 
 OrderedJson optionalDate(const std::optional<Date>& date) {
-    return date ? OrderedJson(date->iso8601()) : OrderedJson(nullptr);
+    return date ? OrderedJson(isoDate(*date)) : OrderedJson(nullptr);
 }
 
 void putIfPresent(OrderedJson& object, const char* key, const std::optional<std::string>& value) {
@@ -21,6 +22,20 @@ void putIfPresent(OrderedJson& object, const char* key, const std::optional<std:
 }
 
 }  // namespace
+
+std::string isoDate(Date date) {
+    double seconds = date.secondsSinceReferenceDate();
+    double whole = std::floor(seconds);
+    auto micros = std::llround((seconds - whole) * 1e6);
+    if (micros == 1'000'000) {
+        whole += 1;
+        micros = 0;
+    }
+    std::string text = Date::fromReferenceSeconds(whole).iso8601();  // no fraction: "…:41Z"
+    char fraction[16];
+    std::snprintf(fraction, sizeof fraction, ".%06lldZ", static_cast<long long>(micros));
+    return text.substr(0, text.size() - 1) + fraction;
+}
 
 std::string compactAge(Date createdAt, Date now) {
     double seconds = std::max(0.0, now.secondsSinceReferenceDate() - createdAt.secondsSinceReferenceDate());
@@ -55,7 +70,7 @@ OrderedJson clipJson(const Clip& clip, bool reveal) {
     OrderedJson object = OrderedJson::object();
     object["id"] = clip.id.uuidString();
     object["kind"] = clip.kind;
-    object["createdAt"] = clip.createdAt.iso8601();
+    object["createdAt"] = isoDate(clip.createdAt);
     object["lastUsedAt"] = optionalDate(clip.lastUsedAt);
     object["useCount"] = clip.useCount;
     object["isFavorite"] = clip.isFavorite;

@@ -10,6 +10,10 @@
 
 namespace tamarind::cli {
 
+// ISO 8601 in UTC to the microsecond ("2026-11-23T00:12:41.010312Z"), which every JSON
+// reader takes; the stored date may carry more digits than that.
+std::string isoDate(Date date);
+
 // "12s", "5m", "3h", "2d", "6w", "2y": the age of a clip at a glance.
 std::string compactAge(Date createdAt, Date now);
 

@@ -22,7 +22,7 @@ OrderedJson collectionJson(const Collection& collection) {
     for (const Uuid& id : collection.clipIDs) members.push_back(id.uuidString());
     return OrderedJson{{"id", collection.id.uuidString()},    {"name", collection.name},
                 {"iconName", collection.iconName},      {"colorHex", collection.colorHex},
-                {"sortIndex", collection.sortIndex},    {"createdAt", collection.createdAt.iso8601()},
+                {"sortIndex", collection.sortIndex},    {"createdAt", isoDate(collection.createdAt)},
                 {"viewMode", collection.viewMode},      {"boardColumns", collection.boardColumns()},
                 {"clipIDs", members}};
 }
@@ -121,9 +121,12 @@ void runStats(CliContext& context, bool json) {
     for (const SourceAppFacet& app : facets.apps)
         out << "  " << (app.name.empty() ? app.bundleID : app.name + " (" + app.bundleID + ")") << ": " << app.count
             << "\n";
-    auto megabytes = [](long long bytes) { return std::to_string((bytes + 524'288) / 1'048'576) + " MB"; };
-    out << "storage     " << megabytes(usage.databaseBytes) << " in stores, " << megabytes(usage.blobBytes)
-        << " of images, " << megabytes(usage.cacheBytes) << " of caches\n";
+    auto size = [](long long bytes) {
+        if (bytes < 1'048'576) return std::to_string((bytes + 512) / 1024) + " KB";
+        return std::to_string((bytes + 524'288) / 1'048'576) + " MB";
+    };
+    out << "storage     " << size(usage.databaseBytes) << " in stores, " << size(usage.blobBytes) << " of images, "
+        << size(usage.cacheBytes) << " of caches\n";
 }
 
 void addMaintenanceCommands(CLI::App& app, CliContext& context) {

@@ -168,7 +168,14 @@ const Setting& settingNamed(const std::string& key) {
     badUsage("'" + key + "' is not a setting; `tamarind settings list` shows them");
 }
 
-std::string shown(const Json& value) { return value.is_string() ? value.get<std::string>() : value.dump(); }
+// As `settings set` takes it: lists with commas, strings as they are.
+std::string shown(const Json& value) {
+    if (value.is_string()) return value.get<std::string>();
+    if (!value.is_array()) return value.dump();
+    std::vector<std::string> items;
+    for (const Json& item : value) items.push_back(shown(item));
+    return join(items, ",");
+}
 
 }  // namespace
 
@@ -182,9 +189,12 @@ void addSettingsCommands(CLI::App& app, CliContext& context) {
             printJson(context, object);
             return;
         }
-        for (const Setting& setting : settings())
-            context.out() << setting.key << " = " << shown(setting.get(preferences)) << "    # " << setting.help
-                          << "; " << setting.type << "\n";
+        for (const Setting& setting : settings()) {
+            // Strings quoted, so that blanks at their ends show.
+            Json value = setting.get(preferences);
+            context.out() << setting.key << " = " << (value.is_string() ? value.dump() : shown(value)) << "    # "
+                          << setting.help << "; " << setting.type << "\n";
+        }
     }).command;
 
     auto key = std::make_shared<std::string>();

@@ -1,0 +1,167 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "app/AppState.h"
+#include "support/FakePlatform.h"
+#include "support/ManualMainLoop.h"
+#include "support/TemporaryFolder.h"
+
+namespace tamarind {
+namespace {
+
+using ::testing::ElementsAre;
+using namespace std::chrono_literals;
+
+class AppStateTest : public ::testing::Test {
+protected:
+    TemporaryFolder folder;
+    ManualMainLoop loop;
+    InMemoryDefaults defaults;
+    FakePasteboard pasteboard{loop};
+    FakeWorkspace workspace;
+    std::unique_ptr<AppState> state;
+
+    void make() {
+        Paths paths{folder.path() / "share", folder.path() / "config", folder.path() / "cache"};
+        auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
+        state = std::make_unique<AppState>(loop, defaults, paths, PlatformServices{pasteboard, workspace},
+                                           TamarindStores{std::move(memory), nullptr, false});
+    }
+    void copy(const std::string& text) {
+        pasteboard.copyText(text);
+        loop.advanceBy(kClipboardPollInterval);
+    }
+    std::string stored() {
+        std::string out;
+        for (const Clip& clip : state->store().fetchPage(0, ClipQuery{}, ClipSortOrder::oldest, 100))
+            out += (out.empty() ? "" : ", ") + clip.text.value_or("?") + (clip.isFavorite ? "[fav]" : "");
+        return out;
+    }
+    // The pause as the menu, the monitor, the saved setting and the timer each see it.
+    std::string pauseState() {
+        return std::string(*state->isCapturePaused() ? "paused" : "running") +
+               (*state->monitor().isPaused() ? ", monitor paused" : "") +
+               (defaults.boolValue(captureKeys::isPaused) ? ", saved paused" : "") +
+               (state->isAutoResumeArmed() ? ", armed" : "");
+    }
+    std::string limits() {
+        const CaptureLimits& l = state->store().captureLimits();
+        return "min " + std::to_string(l.minimumCharacters) + ", max " + std::to_string(l.maximumBytes) +
+               (l.detectsSensitiveContent ? ", detects, " : ", ignores, ") + std::string(rawValue(l.sensitiveHandling));
+    }
+};
+
+TEST_F(AppStateTest, AutoResumeArmsOnlyWhilePausedWithMinutesSet) {
+    make();
+    state->start();
+    state->togglePause();
+    loop.runUntilIdle();
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused") << "0 minutes never arms";
+    loop.advanceBy(2h);
+
+    state->preferences().setAutoResumeMinutes(5);
+    loop.runUntilIdle();
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused, armed");
+    LogCapture log;
+    copy("while paused");
+    loop.advanceBy(5min - 1s);
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused, armed");
+    loop.advanceBy(1s);
+    EXPECT_EQ(pauseState(), "running");
+    EXPECT_THAT(log.messages("app"), ElementsAre("Capture resumed automatically after 5 minutes."));
+    copy("after resuming");
+    EXPECT_EQ(stored(), "after resuming");
+
+    // Resuming by hand cancels the task.
+    state->togglePause();
+    loop.runUntilIdle();
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused, armed");
+    loop.advanceBy(4min);
+    state->togglePause();
+    loop.runUntilIdle();
+    EXPECT_EQ(pauseState(), "running");
+    loop.advanceBy(10min);
+    EXPECT_EQ(log.messages("app").size(), 1u);
+}
+
+TEST_F(AppStateTest, CapturePausedAtQuitStaysPausedAndArmsFromTheLaunch) {
+    defaults.set(captureKeys::isPaused, true);
+    defaults.set(captureKeys::autoResumeMinutes, 5);
+    make();
+    EXPECT_TRUE(*state->isCapturePaused());
+    state->start();
+    loop.runUntilIdle();
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused, armed");
+    copy("while paused");
+    loop.advanceBy(4min);
+    EXPECT_EQ(stored(), "");
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused, armed");
+    loop.advanceBy(1min);
+    EXPECT_EQ(pauseState(), "running");
+    copy("after resuming");
+    EXPECT_EQ(stored(), "after resuming");
+}
+
+TEST_F(AppStateTest, TogglePauseSavesTheSettingBeforeTheMonitorMoves) {
+    make();
+    state->start();
+    loop.runUntilIdle();
+    auto observation = defaults.observe([](const std::string& key) { Log("settings").log("wrote %{public}s", key); });
+    LogCapture log;
+    state->togglePause();
+    EXPECT_TRUE(*state->isCapturePaused()) << "the mirror follows at once";
+    state->togglePause();
+    EXPECT_FALSE(*state->isCapturePaused());
+    std::vector<std::string> lines;
+    for (const LogRecord& record : log.records())
+        if (record.level != LogLevel::debug) lines.push_back(record.channel + ": " + record.message);
+    EXPECT_THAT(lines, ElementsAre("settings: wrote capture.isPaused", "capture: Capture paused.",
+                                   "settings: wrote capture.isPaused", "capture: Capture resumed."));
+    loop.runUntilIdle();
+    EXPECT_EQ(pauseState(), "running");
+}
+
+TEST_F(AppStateTest, AnyOneLimitSettingRebuildsAllOfTheLimits) {
+    defaults.set(captureKeys::minimumCharacters, -4);
+    defaults.set(captureKeys::maximumMegabytes, 0.5);
+    make();
+    EXPECT_EQ(limits(), "min 0, max 524288, detects, storeBlurred");
+    // Limits put on the store behind the settings' back show whether a change rebuilds all four.
+    auto scramble = [&] {
+        state->store().setCaptureLimits({.minimumCharacters = 99, .maximumBytes = 1, .detectsSensitiveContent = true,
+                                         .sensitiveHandling = SensitiveHandling::storeNormally});
+    };
+    scramble();
+    state->preferences().setMinimumCharacters(3);
+    loop.runUntilIdle();
+    EXPECT_EQ(limits(), "min 3, max 524288, detects, storeBlurred");
+    scramble();
+    state->preferences().setMaximumMegabytes(0);
+    loop.runUntilIdle();
+    EXPECT_EQ(limits(), "min 3, max 0, detects, storeBlurred");
+    scramble();
+    state->preferences().setSensitiveDetectionEnabled(false);
+    loop.runUntilIdle();
+    EXPECT_EQ(limits(), "min 3, max 0, ignores, storeBlurred");
+    scramble();
+    state->preferences().setSensitiveHandling(SensitiveHandling::skip);
+    loop.runUntilIdle();
+    EXPECT_EQ(limits(), "min 3, max 0, ignores, skip");
+}
+
+TEST_F(AppStateTest, CopiesRunTheRulesOfTheRuleStoreReadAnewEachTime) {
+    make();
+    SmartRule favorite = SmartRule::makeNew();
+    favorite.isEnabled = true;
+    favorite.conditions = {RuleCondition{Uuid::random(), RuleCondition::Field::textContains, "invoice"}};
+    favorite.actions = {RuleAction::markFavorite()};
+    state->rules().setRules({favorite});
+    state->start();
+    copy("invoice 7");
+    state->rules().setRules({});
+    copy("invoice 8");
+    EXPECT_EQ(stored(), "invoice 7[fav], invoice 8");
+}
+
+}  // namespace
+}  // namespace tamarind

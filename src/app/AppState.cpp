@@ -24,6 +24,11 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
     store_->setCaptureLimits(captureLimits(*preferences_));
     monitor_ = std::make_unique<ClipboardMonitor>(loop, platform.pasteboard, platform.workspace);
     capture_ = std::make_unique<ClipCaptureService>(loop, *store_, *preferences_, *monitor_);
+    if (platform.suspension)
+        platform.suspension->setHandler(
+            [monitor = monitor_.get(), alive = std::weak_ptr<bool>(isAlive_)](bool isSuspending, const std::string& reason) {
+                if (auto isAlive = alive.lock(); isAlive && *isAlive) monitor->setSuspended(isSuspending, reason);
+            });
     isCapturePaused_.set(preferences_->isPaused().value());
 
     subscriptions_.push_back(monitor_->isPaused().subscribe([this](const bool& isPaused) {

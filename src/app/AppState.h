@@ -13,6 +13,7 @@
 #include "capture/CapturePreferences.h"
 #include "foundation/Defaults.h"
 #include "foundation/Paths.h"
+#include "platform/SuspensionEvents.h"
 #include "library/ClipStore.h"
 #include "rules/SmartRuleStore.h"
 
@@ -21,6 +22,7 @@ namespace tamarind {
 struct PlatformServices {
     Pasteboard& pasteboard;
     Workspace& workspace;
+    SuspensionEvents* suspension = nullptr;  // none: capture is never suspended
 };
 
 class AppState {

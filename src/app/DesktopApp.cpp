@@ -1,24 +1,117 @@
 #include "app/DesktopApp.h"
 
+#include <pthread.h>
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <QCoreApplication>
+
 #include "app/AppState.h"
+#include "foundation/Json.h"
 #include "foundation/PlistFileDefaults.h"
-#include "foundation/PollMainLoop.h"
+#include "platform/qt/DBusControl.h"
+#include "platform/qt/DBusSuspensionEvents.h"
+#include "platform/qt/QtMainLoop.h"
 #include "platform/x11/X11Clipboard.h"
 #include "platform/x11/X11Workspace.h"
 
 namespace tamarind {
 
+namespace {
+
+std::string statusJson(AppState& state) {
+    Json status{{"isPaused", state.isCapturePaused().value()},
+                {"capturedThisSession", state.capture().capturedThisSession().value()},
+                {"rejectedThisSession", state.capture().rejectedThisSession().value()}};
+    if (const auto& last = state.capture().lastResult().value()) {
+        status["lastResult"] = last->description();
+        if (last->kind != IngestResult::Kind::rejected) status["lastClipID"] = last->clipID.uuidString();
+    }
+    return status.dump();
+}
+
+sigset_t quitSignalSet() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
+// SIGINT and SIGTERM end the app through a descriptor, so that nothing runs in a handler. They
+// are blocked before any thread starts (Qt's D-Bus thread inherits the mask), so that none of
+// them takes the signal with its default action.
+class QuitSignals {
+public:
+    static void block() {
+        sigset_t signals = quitSignalSet();
+        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    }
+
+    explicit QuitSignals(MainLoop& loop) {
+        sigset_t signals = quitSignalSet();
+        fd_ = ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+        watch_ = loop.watchFd(fd_, [this] {
+            signalfd_siginfo info{};
+            while (::read(fd_, &info, sizeof info) == sizeof info) {
+            }
+            QCoreApplication::quit();
+        });
+    }
+    ~QuitSignals() {
+        watch_.stop();
+        ::close(fd_);
+    }
+
+private:
+    int fd_ = -1;
+    FdWatch watch_;
+};
+
+}  // namespace
+
 int runDesktopApp(const Paths& paths) {
     Log log("app");
+    QuitSignals::block();
+    static int argc = 1;
+    static char name[] = "tamarind";
+    static char* argv[] = {name, nullptr};
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName("Tamarind");
+    QtMainLoop loop;
+
+    // One instance per session: a second start asks the first to show itself.
+    DBusControl control;
+    ControlHandlers handlers;
+    AppState* running = nullptr;
+    handlers.show = [] {};  // no window to show yet
+    handlers.pause = [&running] {
+        if (running && !running->isCapturePaused().value()) running->togglePause();
+    };
+    handlers.resume = [&running] {
+        if (running && running->isCapturePaused().value()) running->togglePause();
+    };
+    handlers.togglePause = [&running] {
+        if (running) running->togglePause();
+    };
+    handlers.status = [&running] { return running ? statusJson(*running) : std::string("{}"); };
+    switch (control.claim(handlers)) {
+    case DBusControl::Claim::claimed: break;
+    case DBusControl::Claim::alreadyRunning:
+        DBusControl::call("Show");
+        log.log("Tamarind is already running in this session; it was asked to show itself.");
+        return 0;
+    case DBusControl::Claim::noBus:
+        log.error("No session bus: running without single-instance checks, and the pause, resume and status "
+                  "commands can't reach this app.");
+        break;
+    }
+
     if (auto error = paths.createFolders()) {
         log.fault("Could not create the library folders: %{public}s", error->message);
         return 1;
     }
-    PollMainLoop loop;
     auto connection = X11Connection::open(loop);
     if (auto* error = std::get_if<std::string>(&connection)) {
         log.fault("Cannot start: %{public}s. Tamarind needs an X11 session (or Xwayland).", *error);
@@ -31,30 +124,18 @@ int runDesktopApp(const Paths& paths) {
         return 1;
     }
     X11Workspace workspace(x11, X11Workspace::defaultApplicationFolders());
-
-    // SIGINT and SIGTERM end the loop, through a descriptor, so that nothing runs in a handler.
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
-    int signalFd = ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-    FdWatch signalWatch = loop.watchFd(signalFd, [&] {
-        signalfd_siginfo info{};
-        while (::read(signalFd, &info, sizeof info) == sizeof info) {
-        }
-        loop.quit();
-    });
+    DBusSuspensionEvents suspension(QDBusConnection::systemBus(), QDBusConnection::sessionBus());
+    QuitSignals quitSignals(loop);
 
     PlistFileDefaults defaults(paths.defaultsFile(), [&loop] { return loop.clock().wallNow(); });
     AppState state(loop, defaults, paths,
-                   PlatformServices{*std::get<std::unique_ptr<X11Clipboard>>(clipboard), workspace});
+                   PlatformServices{*std::get<std::unique_ptr<X11Clipboard>>(clipboard), workspace, &suspension});
     state.start();
+    running = &state;
     log.log("Tamarind is capturing the clipboard; the library is %{public}s.", paths.applicationSupport.string());
-    loop.run();
+    QCoreApplication::exec();
+    running = nullptr;
     log.log("Tamarind stopped.");
-    signalWatch.stop();
-    ::close(signalFd);
     return 0;
 }
 

@@ -29,6 +29,7 @@ void configure(CLI::App& app, CliContext& context) {
     addRuleCommands(app, context);
     addSettingsCommands(app, context);
     addTransferCommands(app, context);
+    addAppCommands(app, context);
 }
 
 }  // namespace

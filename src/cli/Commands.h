@@ -44,6 +44,7 @@ void addLibraryCommands(CLI::App& app, CliContext& context);
 void addRuleCommands(CLI::App& app, CliContext& context);
 void addSettingsCommands(CLI::App& app, CliContext& context);
 void addTransferCommands(CLI::App& app, CliContext& context);
+void addAppCommands(CLI::App& app, CliContext& context);
 
 // Reads a file, or stdin for "-". Refused when it can't be read.
 std::string readInput(CliContext& context, const std::string& path);

@@ -43,6 +43,7 @@ void FdWatch::stop() {
     if (!state_) return;
     state_->isActive = false;
     state_->onReadable = nullptr;
+    if (auto onStop = std::move(state_->onStop)) onStop();
     state_.reset();
 }
 

@@ -26,6 +26,8 @@ struct FdWatchState {
     int fd = -1;
     std::function<void()> onReadable;
     bool isActive = true;
+    // Set by a loop that must let go of the descriptor at once (before its owner closes it).
+    std::function<void()> onStop;
 };
 
 }  // namespace detail

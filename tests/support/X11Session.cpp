@@ -17,10 +17,11 @@ namespace tamarind {
 namespace {
 
 pid_t spawn(const std::string& program, const std::vector<std::string>& arguments, const std::string& display,
-            int outputFd) {
+            int outputFd, const std::map<std::string, std::string>& environment = {}) {
     pid_t child = ::fork();
     if (child != 0) return child;
     ::setenv("DISPLAY", display.c_str(), 1);
+    for (const auto& [name, value] : environment) ::setenv(name.c_str(), value.c_str(), 1);
     int null = ::open("/dev/null", O_RDWR);
     ::dup2(null, 0);
     ::dup2(outputFd >= 0 ? outputFd : null, 1);
@@ -37,6 +38,21 @@ bool canConnect(const std::string& display) {
     bool connected = !xcb_connection_has_error(connection);
     xcb_disconnect(connection);
     return connected;
+}
+
+// What a child wrote until `marker` (or its end, or 5 s).
+std::string readUntil(int fd, const std::string& marker) {
+    std::string output;
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (output.find(marker) == std::string::npos && std::chrono::steady_clock::now() < deadline) {
+        pollfd readable{fd, POLLIN, 0};
+        if (::poll(&readable, 1, 50) <= 0) continue;
+        char buffer[256];
+        ssize_t count = ::read(fd, buffer, sizeof buffer);
+        if (count <= 0) break;
+        output.append(buffer, static_cast<std::size_t>(count));
+    }
+    return output;
 }
 
 void endProcess(pid_t pid) {
@@ -84,8 +100,24 @@ X11Session::X11Session() {
     problem_ = "no X display could be started";
 }
 
+bool X11Session::startSessionBus() {
+    if (!hasProgram("dbus-daemon")) return false;
+    int pipeFds[2];
+    if (::pipe2(pipeFds, O_CLOEXEC) != 0) return false;
+    // Not forked away: it stays our child, ended with the session.
+    bus_ = spawn("dbus-daemon", {"--session", "--nofork", "--print-address=1"}, display_, pipeFds[1]);
+    ::close(pipeFds[1]);
+    std::string output = readUntil(pipeFds[0], "\n");
+    ::close(pipeFds[0]);
+    if (output.find('\n') == std::string::npos) return false;
+    busAddress_ = output.substr(0, output.find('\n'));
+    setEnvironment("DBUS_SESSION_BUS_ADDRESS", busAddress_);
+    return true;
+}
+
 X11Session::~X11Session() {
     for (pid_t client : clients_) endProcess(client);
+    if (bus_ > 0) endProcess(bus_);
     if (xvfb_ > 0) endProcess(xvfb_);
 }
 
@@ -93,20 +125,11 @@ pid_t X11Session::start(const std::string& program, const std::vector<std::strin
                         const std::optional<std::string>& waitsForLine) {
     int pipeFds[2] = {-1, -1};
     if (waitsForLine && ::pipe2(pipeFds, O_CLOEXEC) != 0) return -1;
-    pid_t child = spawn(program, arguments, display_, waitsForLine ? pipeFds[1] : -1);
+    pid_t child = spawn(program, arguments, display_, waitsForLine ? pipeFds[1] : -1, environment_);
     clients_.push_back(child);
     if (!waitsForLine) return child;
     ::close(pipeFds[1]);
-    std::string output;
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (output.find(*waitsForLine + "\n") == std::string::npos && std::chrono::steady_clock::now() < deadline) {
-        pollfd readable{pipeFds[0], POLLIN, 0};
-        if (::poll(&readable, 1, 50) <= 0) continue;
-        char buffer[256];
-        ssize_t count = ::read(pipeFds[0], buffer, sizeof buffer);
-        if (count <= 0) break;
-        output.append(buffer, static_cast<std::size_t>(count));
-    }
+    readUntil(pipeFds[0], *waitsForLine + "\n");
     ::close(pipeFds[0]);
     return child;
 }

@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,6 +25,12 @@ public:
     const std::string& problem() const { return problem_; }
     const std::string& display() const { return display_; }
 
+    // Also set in the environment of every client started from now on.
+    void setEnvironment(const std::string& name, const std::string& value) { environment_[name] = value; }
+    // A private session bus (dbus-daemon) for the clients; false when it can't be started.
+    bool startSessionBus();
+    const std::string& sessionBusAddress() const { return busAddress_; }
+
     // Starts a client on this display; it runs until it exits or the session ends. With
     // `waitsForLine`, returns once the client printed that line (or after 5 s).
     pid_t start(const std::string& program, const std::vector<std::string>& arguments,
@@ -38,6 +45,9 @@ private:
     std::string display_;
     pid_t xvfb_ = -1;
     std::vector<pid_t> clients_;
+    std::map<std::string, std::string> environment_;
+    std::string busAddress_;
+    pid_t bus_ = -1;
     std::string problem_;
 };
 

@@ -208,5 +208,42 @@ TEST_F(X11ClipboardTest, CopiesReachTheLibraryExceptWhilePaused) {
     EXPECT_EQ(texts(), (std::vector<std::string>{"first copy", "after resuming"}));
 }
 
+// 100 copies 50 ms apart: a tick sees the latest of the copies since the one before, so some
+// are passed over, but what arrives is each a copy, in the order made, and the last is there.
+TEST_F(X11ClipboardTest, ABurstOfCopiesArrivesInOrderCoalescedByTheTick) {
+    TemporaryFolder home;
+    auto paths = Paths::fromEnvironment([&](const std::string& name) -> std::optional<std::string> {
+        if (name == "TAMARIND_HOME") return home.path().string();
+        return std::nullopt;
+    });
+    InMemoryDefaults defaults;
+    X11Workspace workspace(*x11_, {});
+    auto memory = ModelContainer::openInMemory();
+    AppState state(loop_, defaults, *paths, PlatformServices{*clipboard_, workspace},
+                   TamarindStores{std::move(std::get<std::unique_ptr<ModelContainer>>(memory)), nullptr, false});
+    state.start();
+
+    constexpr int kCopies = 100;
+    for (int i = 0; i < kCopies; ++i) {
+        owner({"UTF8_STRING=" + file("copy", "copy " + std::to_string(i))});
+        runUntil([] { return false; }, 0.05);
+    }
+    auto captured = [&] { return state.store().fetchPage(0, ClipQuery{}, ClipSortOrder::oldest, 200); };
+    ASSERT_TRUE(runUntil([&] {
+        auto clips = captured();
+        return !clips.empty() && clips.back().text == "copy " + std::to_string(kCopies - 1);
+    }));
+    int previous = -1;
+    for (const Clip& clip : captured()) {
+        ASSERT_TRUE(clip.text && clip.text->starts_with("copy ")) << clip.text.value_or("");
+        int number = std::stoi(clip.text->substr(5));
+        EXPECT_GT(number, previous);
+        previous = number;
+    }
+    // A tick every 0.3 s over about 5 s of copying sees at least a dozen of them.
+    EXPECT_GE(captured().size(), 12u);
+    EXPECT_EQ(state.capture().capturedThisSession().value(), static_cast<long long>(captured().size()));
+}
+
 }  // namespace
 }  // namespace tamarind

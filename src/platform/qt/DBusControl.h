@@ -1,0 +1,57 @@
+#pragma once
+// The running app on the session bus as com.tamarind.Tamarind: one instance per
+// session (a second start asks the first to show itself), and the commands the
+// command line sends it. Object /com/tamarind/Tamarind, interface
+// com.tamarind.Tamarind: Show(), Pause(), Resume(), TogglePause(), and
+// Status() -> a JSON object of the capture state.
+
+#include <QObject>
+#include <QString>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace tamarind {
+
+inline constexpr const char* kDBusServiceName = "com.tamarind.Tamarind";
+inline constexpr const char* kDBusObjectPath = "/com/tamarind/Tamarind";
+
+struct ControlHandlers {
+    std::function<void()> show;
+    std::function<void()> pause;
+    std::function<void()> resume;
+    std::function<void()> togglePause;
+    std::function<std::string()> status;  // JSON
+};
+
+class DBusControl final : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.tamarind.Tamarind")
+
+public:
+    enum class Claim { claimed, alreadyRunning, noBus };
+    // Registers the object and takes the name. Needs a QCoreApplication.
+    Claim claim(ControlHandlers handlers);
+
+    // A method of the instance that runs, from another process: its string answer (empty for
+    // the void ones), or none with the reason when no instance answers.
+    struct Reply {
+        bool isAnswered = false;
+        std::string value;
+        std::string error;
+    };
+    static Reply call(const std::string& method);
+
+public Q_SLOTS:
+    void Show();
+    void Pause();
+    void Resume();
+    void TogglePause();
+    QString Status();
+
+private:
+    ControlHandlers handlers_;
+};
+
+}  // namespace tamarind

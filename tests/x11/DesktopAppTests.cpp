@@ -1,0 +1,126 @@
+// The built program as a user runs it: `tamarind` on a private X server and session bus, driven
+// by `tamarind pause|resume|status` and by copies from xclip.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <thread>
+
+#include "foundation/Json.h"
+#include "support/ProcessRunner.h"
+#include "support/TemporaryFolder.h"
+#include "support/X11Session.h"
+
+namespace tamarind {
+namespace {
+
+class DesktopAppTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!session_.isRunning()) GTEST_SKIP() << session_.problem();
+        if (!X11Session::hasProgram("xclip")) GTEST_SKIP() << "xclip is not installed";
+        ASSERT_TRUE(session_.startSessionBus()) << "dbus-daemon did not start";
+        session_.setEnvironment("TAMARIND_HOME", home_.path().string());
+    }
+
+    ProcessResult tamarind(std::vector<std::string> arguments, std::optional<std::string> input = std::nullopt) {
+        return runProcess(ProcessCommand{TAMARIND_BINARY, std::move(arguments),
+                                         {{"DISPLAY", session_.display()},
+                                          {"DBUS_SESSION_BUS_ADDRESS", session_.sessionBusAddress()},
+                                          {"TAMARIND_HOME", home_.path().string()}},
+                                         std::move(input)});
+    }
+
+    // The app's status once it answers on the bus (it claims its name before it captures).
+    std::optional<Json> status() {
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            ProcessResult result = tamarind({"status", "--json"});
+            if (result.exitCode == 0) return parseJson(result.out);
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return std::nullopt;
+    }
+
+    // Copies with xclip and waits (up to `attempts` × 50 ms) until the library holds `expected` clips.
+    bool copyAndWait(const std::string& text, long long expected, int attempts = 100) {
+        session_.start("sh", {"-c", "printf '%s' \"$0\" | xclip -selection clipboard -i", text});
+        for (int attempt = 0; attempt < attempts; ++attempt) {
+            if (tamarind({"list", "--count"}).out == std::to_string(expected) + "\n") return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return false;
+    }
+
+    X11Session session_;
+    TemporaryFolder home_;
+};
+
+TEST_F(DesktopAppTest, RunsOnceCapturesAndAnswersPauseResumeAndStatus) {
+    pid_t app = session_.start(TAMARIND_BINARY, {});
+    auto first = status();
+    ASSERT_TRUE(first) << "the app never answered on the bus";
+    EXPECT_EQ(first->value("isPaused", true), false);
+
+    ASSERT_TRUE(copyAndWait("copied while running", 1));
+    EXPECT_EQ(tamarind({"pause"}).exitCode, 0);
+    EXPECT_EQ(status()->value("isPaused", false), true);
+    EXPECT_FALSE(copyAndWait("copied while paused", 2, 20));  // several ticks pass
+    EXPECT_EQ(tamarind({"resume"}).exitCode, 0);
+    ASSERT_TRUE(copyAndWait("copied after resuming", 2));
+    EXPECT_EQ(tamarind({"list", "--search", "paused", "--count"}).out, "0\n");
+    auto counters = status();
+    EXPECT_EQ(counters->value("capturedThisSession", 0LL), 2);
+    EXPECT_EQ(counters->value("lastResult", ""), "inserted");
+
+    // A second start finds the first on the bus and leaves at once, saying so in its log.
+    ProcessResult second = runProcess(ProcessCommand{TAMARIND_BINARY,
+                                                     {},
+                                                     {{"DISPLAY", session_.display()},
+                                                      {"DBUS_SESSION_BUS_ADDRESS", session_.sessionBusAddress()},
+                                                      {"TAMARIND_HOME", home_.path().string()},
+                                                      {"TAMARIND_LOG_LEVEL", "default"}},
+                                                     std::nullopt});
+    EXPECT_EQ(second.exitCode, 0);
+    EXPECT_NE(second.err.find("already running"), std::string::npos) << second.err;
+
+    ::kill(app, SIGTERM);
+    int wstatus = 0;
+    for (int attempt = 0; attempt < 100 && ::waitpid(app, &wstatus, WNOHANG) == 0; ++attempt)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_TRUE(WIFEXITED(wstatus) && WEXITSTATUS(wstatus) == 0) << "SIGTERM should end the app cleanly";
+    session_.stop(app);
+}
+
+// The screensaver's ActiveChanged suspends capture, and its end resumes it with the count taken
+// afresh: what was copied under the screensaver is never captured.
+TEST_F(DesktopAppTest, ALockedScreenSuspendsCapture) {
+    pid_t app = session_.start(TAMARIND_BINARY, {});
+    ASSERT_TRUE(status());
+    auto screenSaver = [&](bool isActive) {
+        ProcessResult sent = runProcess(ProcessCommand{
+            "/usr/bin/env",
+            {"dbus-send", "--session", "--type=signal", "/org/freedesktop/ScreenSaver",
+             "org.freedesktop.ScreenSaver.ActiveChanged", std::string("boolean:") + (isActive ? "true" : "false")},
+            {{"DBUS_SESSION_BUS_ADDRESS", session_.sessionBusAddress()}},
+            std::nullopt});
+        ASSERT_EQ(sent.exitCode, 0) << sent.err;
+    };
+    screenSaver(true);
+    EXPECT_FALSE(copyAndWait("copied under the screensaver", 1, 20));
+    screenSaver(false);
+    ASSERT_TRUE(copyAndWait("copied after unlocking", 1));
+    EXPECT_EQ(tamarind({"list", "--search", "screensaver", "--count"}).out, "0\n");
+    session_.stop(app);
+}
+
+TEST_F(DesktopAppTest, CommandsForTheAppSayWhenItIsNotRunning) {
+    ProcessResult result = tamarind({"pause"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.err.find("not running"), std::string::npos) << result.err;
+    EXPECT_TRUE(result.out.empty());
+}
+
+}  // namespace
+}  // namespace tamarind

@@ -13,7 +13,10 @@ TamarindStores openLibrary(const Paths& paths) {
 
 AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, PlatformServices platform,
                    std::optional<TamarindStores> stores)
-    : loop_(loop), isCapturePaused_(loop, false) {
+    : loop_(loop),
+      isCapturePaused_(loop, false),
+      loginItem_(platform.loginItem),
+      launchAtLoginStatus_(loop, LoginItemStatus::notRegistered) {
     store_ = std::make_unique<ClipStore>(loop, stores ? std::move(*stores) : openLibrary(paths),
                                          BlobStore(paths.blobs()), "LOCAL");
     preferences_ = std::make_unique<CapturePreferences>(defaults, loop);
@@ -30,6 +33,7 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
                 if (auto isAlive = alive.lock(); isAlive && *isAlive) monitor->setSuspended(isSuspending, reason);
             });
     isCapturePaused_.set(preferences_->isPaused().value());
+    if (loginItem_) launchAtLoginStatus_.set(loginItem_->status());
 
     subscriptions_.push_back(monitor_->isPaused().subscribe([this](const bool& isPaused) {
         isCapturePaused_.set(isPaused);
@@ -59,6 +63,17 @@ void AppState::togglePause() {
     preferences_->setPaused(isPaused);
     monitor_->setPaused(isPaused);
     isCapturePaused_.set(isPaused);
+}
+
+void AppState::setLaunchAtLogin(bool enable) {
+    if (!loginItem_) return;
+    auto error = enable ? loginItem_->registerItem() : loginItem_->unregisterItem();
+    if (error) {
+        log_.error("Failed to update login item: %{public}s", *error);
+    } else {
+        log_.log("Launch at login %{public}s.", enable ? "enabled" : "disabled");
+    }
+    launchAtLoginStatus_.set(loginItem_->status());
 }
 
 void AppState::armAutoResume(bool isPaused) {

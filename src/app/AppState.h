@@ -13,6 +13,7 @@
 #include "capture/CapturePreferences.h"
 #include "foundation/Defaults.h"
 #include "foundation/Paths.h"
+#include "platform/LoginItem.h"
 #include "platform/SuspensionEvents.h"
 #include "library/ClipStore.h"
 #include "rules/SmartRuleStore.h"
@@ -23,6 +24,7 @@ struct PlatformServices {
     Pasteboard& pasteboard;
     Workspace& workspace;
     SuspensionEvents* suspension = nullptr;  // none: capture is never suspended
+    LoginItem* loginItem = nullptr;          // none: always "not registered"
 };
 
 class AppState {
@@ -42,11 +44,14 @@ public:
     ClipCaptureService& capture() { return *capture_; }
     const Observable<bool>& isCapturePaused() const { return isCapturePaused_; }
     bool isAutoResumeArmed() const { return autoResumeTask_.isPending(); }
+    const Observable<LoginItemStatus>& launchAtLoginStatus() const { return launchAtLoginStatus_; }
 
     // The once-only wiring of the running system.
     void start();
     // The saved setting first, then the monitor, then the mirror.
     void togglePause();
+    // Registers or unregisters the login item; the status ends as the item reports it.
+    void setLaunchAtLogin(bool enable);
 
 private:
     void armAutoResume(bool isPaused);
@@ -58,6 +63,8 @@ private:
     std::unique_ptr<ClipboardMonitor> monitor_;
     std::unique_ptr<ClipCaptureService> capture_;
     Observable<bool> isCapturePaused_;
+    LoginItem* loginItem_;
+    Observable<LoginItemStatus> launchAtLoginStatus_;
     TaskHandle autoResumeTask_;
     std::vector<Subscription> subscriptions_;
     std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);

@@ -15,6 +15,7 @@
 #include "platform/qt/QtMainLoop.h"
 #include "platform/x11/X11Clipboard.h"
 #include "platform/x11/X11Workspace.h"
+#include "platform/xdg/XdgAutostart.h"
 
 namespace tamarind {
 
@@ -125,13 +126,17 @@ int runDesktopApp(const Paths& paths) {
     }
     X11Workspace workspace(x11, X11Workspace::defaultApplicationFolders());
     DBusSuspensionEvents suspension(QDBusConnection::systemBus(), QDBusConnection::sessionBus());
+    std::optional<XdgAutostart> loginItem;
+    if (auto folder = XdgAutostart::defaultFolder()) loginItem.emplace(*folder, XdgAutostart::thisProgram());
     QuitSignals quitSignals(loop);
 
     PlistFileDefaults defaults(paths.defaultsFile(), [&loop] { return loop.clock().wallNow(); });
     AppState state(loop, defaults, paths,
-                   PlatformServices{*std::get<std::unique_ptr<X11Clipboard>>(clipboard), workspace, &suspension});
+                   PlatformServices{*std::get<std::unique_ptr<X11Clipboard>>(clipboard), workspace, &suspension,
+                                    loginItem ? &*loginItem : nullptr});
     state.start();
     running = &state;
+    log.log("Login item status: %{public}s.", loginItemStatusText(state.launchAtLoginStatus().value()));
     log.log("Tamarind is capturing the clipboard; the library is %{public}s.", paths.applicationSupport.string());
     QCoreApplication::exec();
     running = nullptr;

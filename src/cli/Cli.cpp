@@ -30,6 +30,7 @@ void configure(CLI::App& app, CliContext& context) {
     addSettingsCommands(app, context);
     addTransferCommands(app, context);
     addAppCommands(app, context);
+    addAutostartCommand(app, context);
 }
 
 }  // namespace

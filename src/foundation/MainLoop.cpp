@@ -1,11 +1,17 @@
 #include "foundation/MainLoop.h"
 
+#include <time.h>
+
 #include "foundation/TaskQueue.h"
 
 namespace tamarind {
 
+// CLOCK_BOOTTIME goes on while the machine sleeps, so that a 6-hour sweep or a 5-minute
+// auto-resume counts the time asleep too; it never jumps, as the wall clock may.
 MonotonicTime SystemClock::now() const {
-    return std::chrono::time_point_cast<Duration>(std::chrono::steady_clock::now());
+    timespec time{};
+    ::clock_gettime(CLOCK_BOOTTIME, &time);
+    return MonotonicTime(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
 }
 
 Date SystemClock::wallNow() const { return Date::systemNow(); }

@@ -19,7 +19,7 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/capture-bench.XXXXXX")
 display=":$((120 + RANDOM % 50))"
 cleanup() {
     [ -n "${app:-}" ] && kill "$app" 2>/dev/null && wait "$app" 2>/dev/null
-    pkill -f "xclip.*$work" 2>/dev/null
+    pkill -f "xclip -selection clipboard" 2>/dev/null
     [ -n "${xvfb:-}" ] && kill "$xvfb" 2>/dev/null
     rm -rf "$work"
 }
@@ -63,7 +63,8 @@ latency() {
     done
 }
 
-copy() { printf 'latency probe %s' "$1" | xclip -selection clipboard -i; }
+# xclip stays behind to serve the clipboard; with our stdout it would hold the pipe of $(...) open.
+copy() { printf 'latency probe %s' "$1" | xclip -selection clipboard -i >/dev/null 2>&1; }
 found() { [ "$(sqlite3 "$store" "SELECT count(*) FROM clip WHERE text = 'latency probe $1'")" = 1 ]; }
 echo "latency_text_ms $(latency | stats)"
 
@@ -87,7 +88,7 @@ for k in range(1, count + 1):
     open(f"{folder}/shot-{k}.png", "wb").write(png)
 EOF
 before=$(sqlite3 "$store" "SELECT count(*) FROM clip WHERE kind IN ('image', 'screenshot')")
-copy() { xclip -selection clipboard -t image/png -i "$work/shot-$1.png"; }
+copy() { xclip -selection clipboard -t image/png -i "$work/shot-$1.png" >/dev/null 2>&1; }
 found() { [ "$(sqlite3 "$store" "SELECT count(*) FROM clip WHERE kind IN ('image', 'screenshot')")" -ge $((before + $1)) ]; }
 echo "latency_4k_png_ms $(latency | stats) bytes=$(stat -c %s "$work/shot-1.png")"
 echo "rss_after_kb $(awk '/^VmRSS:/{print $2}' "/proc/$app/status")"

@@ -24,6 +24,7 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
     store_->setActiveRulesProvider([rules = rules_.get(), alive = std::weak_ptr<bool>(isAlive_)] {
         return alive.expired() ? std::vector<SmartRule>{} : rules->activeRules();
     });
+    collectMode_ = std::make_unique<CollectModeService>(loop, *store_, BlobStore(paths.blobs()), *preferences_);
     store_->setCaptureLimits(captureLimits(*preferences_));
     monitor_ = std::make_unique<ClipboardMonitor>(loop, platform.pasteboard, platform.workspace);
     capture_ = std::make_unique<ClipCaptureService>(loop, *store_, *preferences_, *monitor_);
@@ -52,6 +53,12 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
 AppState::~AppState() { *isAlive_ = false; }
 
 void AppState::start() {
+    capture_->setStageInsteadOfStoring(
+        [collect = collectMode_.get(), alive = std::weak_ptr<bool>(isAlive_)](const PasteboardSnapshot& snapshot,
+                                                                            ClipKind kind) {
+            auto isAlive = alive.lock();
+            return isAlive && *isAlive && collect->stage(snapshot, kind);
+        });
     capture_->start();
     // Another process (the command line) may write the same library.
     store_->watchForOutsideChanges(std::chrono::seconds(1));

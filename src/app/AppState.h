@@ -10,6 +10,7 @@
 
 #include "capture/ClipCaptureService.h"
 #include "capture/ClipboardMonitor.h"
+#include "capture/CollectModeService.h"
 #include "capture/CapturePreferences.h"
 #include "foundation/Defaults.h"
 #include "foundation/Paths.h"
@@ -40,6 +41,7 @@ public:
     ClipStore& store() { return *store_; }
     CapturePreferences& preferences() { return *preferences_; }
     SmartRuleStore& rules() { return *rules_; }
+    CollectModeService& collectMode() { return *collectMode_; }
     ClipboardMonitor& monitor() { return *monitor_; }
     ClipCaptureService& capture() { return *capture_; }
     const Observable<bool>& isCapturePaused() const { return isCapturePaused_; }
@@ -60,6 +62,7 @@ private:
     std::unique_ptr<ClipStore> store_;
     std::unique_ptr<CapturePreferences> preferences_;
     std::unique_ptr<SmartRuleStore> rules_;
+    std::unique_ptr<CollectModeService> collectMode_;
     std::unique_ptr<ClipboardMonitor> monitor_;
     std::unique_ptr<ClipCaptureService> capture_;
     Observable<bool> isCapturePaused_;

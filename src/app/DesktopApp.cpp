@@ -24,7 +24,9 @@ namespace {
 std::string statusJson(AppState& state) {
     Json status{{"isPaused", state.isCapturePaused().value()},
                 {"capturedThisSession", state.capture().capturedThisSession().value()},
-                {"rejectedThisSession", state.capture().rejectedThisSession().value()}};
+                {"rejectedThisSession", state.capture().rejectedThisSession().value()},
+                {"isCollecting", state.collectMode().isActive().value()},
+                {"collectedItems", state.collectMode().payload().value().items.size()}};
     if (const auto& last = state.capture().lastResult().value()) {
         status["lastResult"] = last->description();
         if (last->kind != IngestResult::Kind::rejected) status["lastClipID"] = last->clipID.uuidString();
@@ -97,6 +99,18 @@ int runDesktopApp(const Paths& paths) {
         if (running) running->togglePause();
     };
     handlers.status = [&running] { return running ? statusJson(*running) : std::string("{}"); };
+    handlers.collectBegin = [&running] {
+        if (running) running->collectMode().begin();
+    };
+    handlers.collectFinish = [&running] {
+        if (running) running->collectMode().finish();
+    };
+    handlers.collectCancel = [&running] {
+        if (running) running->collectMode().cancel();
+    };
+    handlers.collectToggle = [&running] {
+        if (running) running->collectMode().toggle();
+    };
     switch (control.claim(handlers)) {
     case DBusControl::Claim::claimed: break;
     case DBusControl::Claim::alreadyRunning:

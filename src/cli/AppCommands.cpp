@@ -27,6 +27,8 @@ void printStatus(CliContext& context, bool json) {
                   << "this session " << status.value("capturedThisSession", 0LL) << " captured, "
                   << status.value("rejectedThisSession", 0LL) << " rejected\n";
     if (status.contains("lastResult")) context.out() << "last copy    " << status.value("lastResult", "") << "\n";
+    if (status.value("isCollecting", false))
+        context.out() << "collecting   " << status.value("collectedItems", 0LL) << " items so far\n";
 }
 
 }  // namespace
@@ -34,6 +36,14 @@ void printStatus(CliContext& context, bool json) {
 void addAppCommands(CLI::App& app, CliContext& context) {
     app.add_subcommand("pause", "Pause capture in the running app")->callback([] { callApp("Pause"); });
     app.add_subcommand("resume", "Resume capture in the running app")->callback([] { callApp("Resume"); });
+    CLI::App* collect = app.add_subcommand("collect", "Collect mode in the running app: stage copies, store them as one clip");
+    collect->require_subcommand(1);
+    for (auto [name, method, help] : {std::tuple{"begin", "CollectBegin", "Start staging copies"},
+                                      std::tuple{"finish", "CollectFinish", "Store the staged copies as one clip"},
+                                      std::tuple{"cancel", "CollectCancel", "Drop the staged copies"},
+                                      std::tuple{"toggle", "CollectToggle", "Begin, or finish while collecting"}})
+        collect->add_subcommand(name, help)->callback([method = std::string(method)] { callApp(method); });
+
     auto json = std::make_shared<bool>(false);
     CLI::App* status = app.add_subcommand("status", "The running app's capture state and session counters");
     status->add_flag("--json", *json, "Print one JSON object");

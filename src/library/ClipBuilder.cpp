@@ -1,5 +1,7 @@
 #include "library/ClipBuilder.h"
 
+#include <malloc.h>
+
 #include "foundation/Text.h"
 #include "library/ClipClassifier.h"
 #include "library/FileBookmark.h"
@@ -19,6 +21,9 @@ Clip ClipBuilder::build(const PasteboardSnapshot& snapshot, ClipKind kind, bool 
         if (auto* name = std::get_if<std::string>(&written)) blobFilename = *name;
         else log_.log("Blob write failed: %{public}s", std::get<FileError>(written).message);
         thumbnail = makeThumbnail(*snapshot.imageData);
+        // Decoding a 4K image takes tens of megabytes, which glibc would otherwise keep for the
+        // life of the app.
+        ::malloc_trim(0);
         if (snapshot.imagePixelSize) {
             width = static_cast<long long>(snapshot.imagePixelSize->width);
             height = static_cast<long long>(snapshot.imagePixelSize->height);

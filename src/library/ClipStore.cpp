@@ -232,6 +232,18 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
     return IngestResult::inserted(id);
 }
 
+Uuid ClipStore::insertMultiClip(const std::string& joinedText, Data payload, Date at) {
+    PasteboardSnapshot snapshot;
+    snapshot.string = joinedText;
+    snapshot.capturedAt = at;
+    Clip clip = builder_.build(snapshot, ClipKind::multiClip, false);
+    clip.multiClipData = std::move(payload);
+    Uuid id = clip.id;
+    insert(std::move(clip), {});
+    log_.log("Captured %{public}s clip from %{public}s%{public}s.", "multiClip", "collect mode", "");
+    return id;
+}
+
 void ClipStore::promote(Clip clip, ModelContainer& container, Date at) {
     clip.createdAt = at;
     clip.markUsed(at);

@@ -164,6 +164,9 @@ public:
 
     // --- ingest ---
     IngestResult ingest(const PasteboardSnapshot& snapshot, const std::set<std::string>& excludedBundleIDs);
+    // Stores collect mode's stack as one clip of kind multiClip: the joined text and the payload's
+    // JSON. It skips the gate, the rules and the sensitive test, which the single copies passed by.
+    Uuid insertMultiClip(const std::string& joinedText, Data payload, Date at);
     // The capture gate; also used by the capture service before collect mode.
     static std::optional<CaptureRejection> captureRejection(const PasteboardSnapshot& snapshot,
                                                             const std::set<std::string>& excludedBundleIDs);

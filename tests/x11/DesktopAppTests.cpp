@@ -115,6 +115,30 @@ TEST_F(DesktopAppTest, ALockedScreenSuspendsCapture) {
     session_.stop(app);
 }
 
+TEST_F(DesktopAppTest, CollectModeTurnsFiveCopiesIntoOneClip) {
+    pid_t app = session_.start(TAMARIND_BINARY, {});
+    ASSERT_TRUE(status());
+    ASSERT_EQ(tamarind({"collect", "begin"}).exitCode, 0);
+    const std::vector<std::string> copies = {"alpha", "beta", "gamma", "delta", "epsilon"};
+    for (std::size_t i = 0; i < copies.size(); ++i) {
+        session_.start("sh", {"-c", "printf '%s' \"$0\" | xclip -selection clipboard -i", copies[i]});
+        bool isStaged = false;
+        for (int attempt = 0; attempt < 100 && !isStaged; ++attempt) {
+            isStaged = status()->value("collectedItems", 0u) == i + 1;
+            if (!isStaged) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        ASSERT_TRUE(isStaged) << copies[i] << " was not staged";
+    }
+    EXPECT_EQ(tamarind({"list", "--count"}).out, "0\n");
+    ASSERT_EQ(tamarind({"collect", "finish"}).exitCode, 0);
+    auto clips = parseJson(tamarind({"list", "--json"}).out);
+    ASSERT_TRUE(clips && clips->size() == 1) << (clips ? clips->dump() : "not JSON");
+    EXPECT_EQ((*clips)[0].value("kind", ""), "multiClip");
+    EXPECT_EQ((*clips)[0].value("text", ""), "alpha\nbeta\ngamma\ndelta\nepsilon");
+    EXPECT_EQ((*clips)[0]["multiClip"]["items"].size(), 5u);
+    session_.stop(app);
+}
+
 TEST_F(DesktopAppTest, CommandsForTheAppSayWhenItIsNotRunning) {
     ProcessResult result = tamarind({"pause"});
     EXPECT_EQ(result.exitCode, 1);

@@ -53,6 +53,18 @@ void DBusControl::Resume() {
 void DBusControl::TogglePause() {
     if (handlers_.togglePause) handlers_.togglePause();
 }
+void DBusControl::CollectBegin() {
+    if (handlers_.collectBegin) handlers_.collectBegin();
+}
+void DBusControl::CollectFinish() {
+    if (handlers_.collectFinish) handlers_.collectFinish();
+}
+void DBusControl::CollectCancel() {
+    if (handlers_.collectCancel) handlers_.collectCancel();
+}
+void DBusControl::CollectToggle() {
+    if (handlers_.collectToggle) handlers_.collectToggle();
+}
 QString DBusControl::Status() { return handlers_.status ? QString::fromStdString(handlers_.status()) : QString("{}"); }
 
 }  // namespace tamarind

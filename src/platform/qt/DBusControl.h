@@ -2,7 +2,8 @@
 // The running app on the session bus as com.tamarind.Tamarind: one instance per
 // session (a second start asks the first to show itself), and the commands the
 // command line sends it. Object /com/tamarind/Tamarind, interface
-// com.tamarind.Tamarind: Show(), Pause(), Resume(), TogglePause(), and
+// com.tamarind.Tamarind: Show(), Pause(), Resume(), TogglePause(), the collect
+// mode's CollectBegin(), CollectFinish(), CollectCancel(), CollectToggle(), and
 // Status() -> a JSON object of the capture state.
 
 #include <QObject>
@@ -23,6 +24,10 @@ struct ControlHandlers {
     std::function<void()> resume;
     std::function<void()> togglePause;
     std::function<std::string()> status;  // JSON
+    std::function<void()> collectBegin;
+    std::function<void()> collectFinish;
+    std::function<void()> collectCancel;
+    std::function<void()> collectToggle;
 };
 
 class DBusControl final : public QObject {
@@ -49,6 +54,10 @@ public Q_SLOTS:
     void Resume();
     void TogglePause();
     QString Status();
+    void CollectBegin();
+    void CollectFinish();
+    void CollectCancel();
+    void CollectToggle();
 
 private:
     ControlHandlers handlers_;

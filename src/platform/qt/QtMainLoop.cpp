@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QPointer>
 #include <QSocketNotifier>
+#include <QThread>
 
 #include <algorithm>
 
@@ -12,8 +13,15 @@ QtMainLoop::QtMainLoop() {
     timer_.setSingleShot(true);
     timer_.setTimerType(Qt::PreciseTimer);
     QObject::connect(&timer_, &QTimer::timeout, &context_, [this] { runDue(); });
-    // A push from any thread re-arms the timer on the main thread.
-    queue_.setOnPush([this] { QMetaObject::invokeMethod(&context_, [this] { arm(); }, Qt::QueuedConnection); });
+    // A push re-arms the timer on the main thread: at once from there (after the tasks being run,
+    // which re-arm it anyway), through a queued call from any other.
+    queue_.setOnPush([this] {
+        if (QThread::currentThread() != context_.thread()) {
+            QMetaObject::invokeMethod(&context_, [this] { arm(); }, Qt::QueuedConnection);
+        } else if (!isRunningDue_) {
+            arm();
+        }
+    });
 }
 
 QtMainLoop::~QtMainLoop() {
@@ -28,7 +36,9 @@ TaskHandle QtMainLoop::postDelayed(Duration delay, Task task) {
 }
 
 void QtMainLoop::runDue() {
+    isRunningDue_ = true;
     queue_.runDue(clock_.now());
+    isRunningDue_ = false;
     arm();
 }
 

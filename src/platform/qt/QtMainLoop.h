@@ -32,6 +32,7 @@ private:
     TaskQueue queue_;
     QObject context_;  // lives on the main thread: queued calls to it run there
     QTimer timer_;
+    bool isRunningDue_ = false;
 };
 
 }  // namespace tamarind

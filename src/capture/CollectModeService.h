@@ -1,0 +1,52 @@
+#pragma once
+// Collect mode: while it is on, each copy is staged on a stack instead of
+// going to the history; finishing stores the stack as one multiClip clip,
+// whose text is the items joined with the separator in force then. Nothing of
+// the stack survives a quit; staged images left behind are orphans for the
+// store's maintenance. Main thread only.
+
+#include <functional>
+
+#include "capture/CapturePreferences.h"
+#include "capture/MultiClipPayload.h"
+#include "library/ClipStore.h"
+
+namespace tamarind {
+
+// What the shortcut's settings row says of it.
+inline constexpr const char* kCollectModeShortcutDetail = "Stage several copies, then store them as one clip.";
+// The panel's texts.
+inline constexpr const char* kCollectModeHint = "Copy anything \u2014 each item is added to this stack.";
+inline constexpr const char* kCollectModeCancelButton = "Cancel collecting";
+inline constexpr const char* kCollectModeStoredTitle = "Stored as one clip";
+
+class CollectModeService {
+public:
+    CollectModeService(MainLoop& loop, ClipStore& store, BlobStore blobStore, CapturePreferences& preferences);
+
+    const Observable<bool>& isActive() const { return isActive_; }
+    const Observable<MultiClipPayload>& payload() const { return payload_; }
+    void setOnStateChange(std::function<void(bool)> onStateChange) { onStateChange_ = std::move(onStateChange); }
+
+    void begin();
+    // Stores the stack as one clip (none when it is empty) and ends collecting. The new clip's
+    // id, if one was stored.
+    std::optional<Uuid> finish();
+    void cancel();
+    // Begins, or finishes while collecting.
+    void toggle();
+    // The capture service's stageInsteadOfStoring: true when the copy went on the stack.
+    bool stage(const PasteboardSnapshot& snapshot, ClipKind kind);
+
+private:
+    MainLoop& loop_;
+    ClipStore& store_;
+    BlobStore blobStore_;
+    CapturePreferences& preferences_;
+    Observable<bool> isActive_;
+    Observable<MultiClipPayload> payload_;
+    std::function<void(bool)> onStateChange_;
+    Log log_{"capture"};
+};
+
+}  // namespace tamarind

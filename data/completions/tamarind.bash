@@ -12,7 +12,8 @@ _tamarind() {
     _init_completion || return
 
     local commands="app add list search show get delete pin favorite sensitive collections stats retention
-        purge-tombstones remove-orphans wipe doctor rules smart settings export import"
+        purge-tombstones remove-orphans wipe doctor rules smart settings export import pause resume status
+        collect autostart"
     local filters="--search --kind --app --collection --favorites --pinned --within-days"
     local kinds="text richText link image screenshot file code color multiClip"
 
@@ -73,6 +74,9 @@ _tamarind() {
         wipe) COMPREPLY=($(compgen -W "--yes" -- "$cur")) ;;
         export) COMPREPLY=($(compgen -W "$filters" -- "$cur")) ;;
         import) _filedir ;;
+        status) COMPREPLY=($(compgen -W "--json" -- "$cur")) ;;
+        collect) [[ -z $sub ]] && COMPREPLY=($(compgen -W "begin finish cancel toggle" -- "$cur")) ;;
+        autostart) [[ -z $sub ]] && COMPREPLY=($(compgen -W "on off" -- "$cur")) ;;
     esac
 }
 complete -F _tamarind tamarind

@@ -3,6 +3,7 @@
 
 #include "app/AppState.h"
 #include "support/FakePlatform.h"
+#include "support/Images.h"
 #include "support/ManualMainLoop.h"
 #include "support/TemporaryFolder.h"
 
@@ -26,6 +27,11 @@ protected:
         auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
         state = std::make_unique<AppState>(loop, defaults, paths, PlatformServices{pasteboard, workspace},
                                            TamarindStores{std::move(memory), nullptr, false});
+    }
+    std::vector<Clip> libraryClips() { return state->store().fetchPage(0, ClipQuery{}, ClipSortOrder::oldest, 100); }
+    void copy(const std::string& text, const std::string& app) {
+        workspace.frontmost = RunningApplication{app, "App"};
+        copy(text);
     }
     void copy(const std::string& text) {
         pasteboard.copyText(text);
@@ -169,6 +175,75 @@ TEST_F(AppStateTest, CopiesRunTheRulesOfTheRuleStoreReadAnewEachTime) {
     state->rules().setRules({});
     copy("invoice 8");
     EXPECT_EQ(stored(), "invoice 7[fav], invoice 8");
+}
+
+// --- collect mode, wired as the app wires it ---
+
+TEST_F(AppStateTest, FiveCopiesBecomeOneClipJoinedWithTheSeparatorOfTheMoment) {
+    make();
+    state->start();
+    CollectModeService& collect = state->collectMode();
+    LogCapture logs;
+    collect.begin();
+    for (const char* text : {"one", "two", "three", "four"}) copy(text);
+    PasteboardSnapshot image;
+    image.types = {"image/png"};
+    image.imageData = makePng(8, 8);
+    image.imageFileExtension = "png";
+    image.imagePixelSize = PixelSize{8, 8};
+    pasteboard.copy(image);
+    loop.advanceBy(kClipboardPollInterval);
+    EXPECT_TRUE(libraryClips().empty()) << "a copy made while collecting never reaches the history by itself";
+    EXPECT_EQ(collect.payload().value().items.size(), 5u);
+    EXPECT_EQ(state->capture().capturedThisSession().value(), 5);
+
+    state->preferences().setMultiClipJoiner(MultiClipJoiner::comma);
+    auto id = collect.finish();
+    ASSERT_TRUE(id);
+    auto clips = libraryClips();
+    ASSERT_EQ(clips.size(), 1u);
+    EXPECT_EQ(clips[0].id, *id);
+    EXPECT_EQ(clips[0].kind, "multiClip");
+    EXPECT_EQ(clips[0].text, "one, two, three, four, Image");
+    auto payload = MultiClipPayload::decode(*clips[0].multiClipData);
+    ASSERT_TRUE(payload);
+    ASSERT_EQ(payload->items.size(), 5u);
+    ASSERT_TRUE(payload->items[4].blobFilename);
+    EXPECT_TRUE(std::filesystem::exists(folder.path() / "share" / "blobs" / *payload->items[4].blobFilename));
+    EXPECT_FALSE(collect.isActive().value());
+    auto lines = logs.messages("capture");
+    EXPECT_EQ(lines.front(), "Collect mode on.");
+    EXPECT_EQ(lines.back(), "Collect mode off; stored 5 items as one clip.");
+
+    copy("after collecting");
+    EXPECT_EQ(libraryClips().size(), 2u) << "copies go to the history again";
+}
+
+TEST_F(AppStateTest, NothingCollectedStoresNothingAndCancelDropsTheStack) {
+    make();
+    state->start();
+    CollectModeService& collect = state->collectMode();
+    LogCapture logs;
+    collect.toggle();
+    collect.toggle();  // finishes, with nothing
+    EXPECT_TRUE(libraryClips().empty());
+    collect.begin();
+    copy("staged, then dropped");
+    collect.cancel();
+    EXPECT_TRUE(libraryClips().empty());
+    EXPECT_TRUE(collect.payload().value().items.empty());
+    EXPECT_EQ(logs.messages("capture"),
+              (std::vector<std::string>{"Collect mode on.", "Collect mode off; nothing was collected.",
+                                        "Collect mode on.", "Collected item 1.", "Collect mode cancelled."}));
+}
+
+TEST_F(AppStateTest, AnExcludedApplicationsCopyIsRefusedNotCollected) {
+    make();
+    state->start();
+    state->collectMode().begin();
+    copy("secret", "org.keepassxc.KeePassXC");
+    EXPECT_TRUE(state->collectMode().payload().value().items.empty());
+    EXPECT_EQ(state->capture().rejectedThisSession().value(), 1);
 }
 
 }  // namespace

@@ -66,11 +66,25 @@ protected:
 
     void owner(std::vector<std::string> arguments) { session_.start(TAMARIND_CLIPBOARD_OWNER, arguments, "ready"); }
 
+    // The app's services on this display, with an in-memory library.
+    AppState& startApp() {
+        Paths paths{folder_.path() / "share", folder_.path() / "config", folder_.path() / "cache"};
+        workspace_ = std::make_unique<X11Workspace>(*x11_, std::vector<std::string>{});
+        auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
+        app_ = std::make_unique<AppState>(loop_, defaults_, paths, PlatformServices{*clipboard_, *workspace_},
+                                          TamarindStores{std::move(memory), nullptr, false});
+        app_->start();
+        return *app_;
+    }
+
     X11Session session_;
     TemporaryFolder folder_;
     PollMainLoop loop_;
     std::unique_ptr<X11Connection> x11_;
     std::unique_ptr<X11Clipboard> clipboard_;
+    InMemoryDefaults defaults_;
+    std::unique_ptr<X11Workspace> workspace_;
+    std::unique_ptr<AppState> app_;
 };
 
 TEST_F(X11ClipboardTest, TextFromXclipArrivesWithItsTypesAndNoProtocolTargets) {
@@ -176,18 +190,7 @@ TEST_F(X11ClipboardTest, TheActiveWindowNamesItsApplicationByItsDesktopFile) {
 
 // The whole road of a copy: owner change, monitor tick, read, capture service, store.
 TEST_F(X11ClipboardTest, CopiesReachTheLibraryExceptWhilePaused) {
-    TemporaryFolder home;
-    auto paths = Paths::fromEnvironment([&](const std::string& name) -> std::optional<std::string> {
-        if (name == "TAMARIND_HOME") return home.path().string();
-        return std::nullopt;
-    });
-    ASSERT_TRUE(paths);
-    InMemoryDefaults defaults;
-    X11Workspace workspace(*x11_, {});
-    auto memory = ModelContainer::openInMemory();
-    AppState state(loop_, defaults, *paths, PlatformServices{*clipboard_, workspace},
-                   TamarindStores{std::move(std::get<std::unique_ptr<ModelContainer>>(memory)), nullptr, false});
-    state.start();
+    AppState& state = startApp();
     auto texts = [&] {
         std::vector<std::string> found;
         for (const Clip& clip : state.store().fetchPage(0, ClipQuery{}, ClipSortOrder::oldest, 50))
@@ -211,17 +214,7 @@ TEST_F(X11ClipboardTest, CopiesReachTheLibraryExceptWhilePaused) {
 // 100 copies 50 ms apart: a tick sees the latest of the copies since the one before, so some
 // are passed over, but what arrives is each a copy, in the order made, and the last is there.
 TEST_F(X11ClipboardTest, ABurstOfCopiesArrivesInOrderCoalescedByTheTick) {
-    TemporaryFolder home;
-    auto paths = Paths::fromEnvironment([&](const std::string& name) -> std::optional<std::string> {
-        if (name == "TAMARIND_HOME") return home.path().string();
-        return std::nullopt;
-    });
-    InMemoryDefaults defaults;
-    X11Workspace workspace(*x11_, {});
-    auto memory = ModelContainer::openInMemory();
-    AppState state(loop_, defaults, *paths, PlatformServices{*clipboard_, workspace},
-                   TamarindStores{std::move(std::get<std::unique_ptr<ModelContainer>>(memory)), nullptr, false});
-    state.start();
+    AppState& state = startApp();
 
     constexpr int kCopies = 100;
     for (int i = 0; i < kCopies; ++i) {

@@ -41,7 +41,7 @@ xcb_atom_t X11Connection::atom(const std::string& name) {
     if (auto found = atoms_.find(name); found != atoms_.end()) return found->second;
     auto cookie = xcb_intern_atom(connection_, 0, static_cast<uint16_t>(name.size()), name.c_str());
     xcb_intern_atom_reply_t* reply = xcb_intern_atom_reply(connection_, cookie, nullptr);
-    xcb_atom_t atom = reply ? reply->atom : XCB_ATOM_NONE;
+    xcb_atom_t atom = reply ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
     std::free(reply);
     dispatchLater();
     if (atom != XCB_ATOM_NONE) {

@@ -4,9 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <random>
 #include <set>
 
+#include "foundation/Files.h"
 #include "library/ClipStore.h"
 #include "library/RecentHashWindow.h"
 #include "support/ManualMainLoop.h"
@@ -256,6 +259,46 @@ TEST(ClipStoreDurability, AFullDiskIsALoggedSaveFailureAndTheStoreGoesOnAfterwar
     std::set<std::string> texts;
     for (const Clip& clip : reopened->fetch(ClipFetch{})) texts.insert(clip.text.value_or(""));
     EXPECT_EQ(texts, (std::set<std::string>{"kept before the disk filled", "saved once there was room"}));
+}
+
+}  // namespace
+}  // namespace tamarind
+
+namespace tamarind {
+namespace {
+
+// A file cut short (a full disk, a bad copy) and a folder where none can be made both end in the
+// store in memory, with the two log lines, and the file is left exactly as it was.
+TEST(OpenStores, ATruncatedFileOrAnUnwritableFolderEndsInMemoryAndTouchesNothing) {
+    TemporaryFolder folder;
+    auto file = folder.path() / kMainStoreFilename;
+    {
+        auto container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(file));
+        for (int i = 0; i < 200; ++i) {
+            Clip clip = Clip::make(Date::fromReferenceSeconds(i));
+            clip.text = std::string(400, 'a' + static_cast<char>(i % 26));
+            clip.rebuildSearchText({});
+            container->insert(clip);
+        }
+        ASSERT_FALSE(container->save());
+    }
+    std::filesystem::resize_file(file, 4096);  // the first page only
+    std::string cut = *readWholeFile(file).bytes;
+
+    LogCapture logs;
+    TamarindStores stores = openStores(folder.path(), false, false, false);
+    EXPECT_TRUE(stores.main->isInMemory());
+    auto lines = logs.messages("library");
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_TRUE(lines[0].starts_with("Could not open the store: ")) << lines[0];
+    EXPECT_TRUE(lines[1].starts_with("Falling back to an in-memory store: ")) << lines[1];
+    EXPECT_EQ(*readWholeFile(file).bytes, cut);
+
+    logs.clear();
+    std::ofstream(folder.path() / "not-a-folder") << "a file where the library folder should be";
+    stores = openStores(folder.path() / "not-a-folder" / "Tamarind", false, false, false);
+    EXPECT_TRUE(stores.main->isInMemory());
+    EXPECT_EQ(logs.messages("library").size(), 2u);
 }
 
 }  // namespace

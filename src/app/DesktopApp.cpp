@@ -5,14 +5,16 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <QCoreApplication>
+#include <QApplication>
 
 #include "app/AppState.h"
+#include "app/MenuBarController.h"
 #include "foundation/Json.h"
 #include "foundation/PlistFileDefaults.h"
 #include "platform/qt/DBusControl.h"
 #include "platform/qt/DBusSuspensionEvents.h"
 #include "platform/qt/QtMainLoop.h"
+#include "platform/qt/QtStatusItem.h"
 #include "platform/x11/X11Clipboard.h"
 #include "platform/x11/X11Workspace.h"
 #include "platform/xdg/XdgAutostart.h"
@@ -59,7 +61,7 @@ public:
             signalfd_siginfo info{};
             while (::read(fd_, &info, sizeof info) == sizeof info) {
             }
-            QCoreApplication::quit();
+            QApplication::quit();
         });
     }
     ~QuitSignals() {
@@ -80,8 +82,11 @@ int runDesktopApp(const Paths& paths) {
     static int argc = 1;
     static char name[] = "tamarind";
     static char* argv[] = {name, nullptr};
-    QCoreApplication application(argc, argv);
-    QCoreApplication::setApplicationName("Tamarind");
+    QApplication application(argc, argv);
+    QApplication::setApplicationName("Tamarind");
+    QApplication::setDesktopFileName("com.tamarind.Tamarind");
+    // Closing a window never ends the app; Quit in the menu or a signal does.
+    QApplication::setQuitOnLastWindowClosed(false);
     QtMainLoop loop;
 
     // One instance per session: a second start asks the first to show itself.
@@ -148,11 +153,21 @@ int runDesktopApp(const Paths& paths) {
     AppState state(loop, defaults, paths,
                    PlatformServices{*std::get<std::unique_ptr<X11Clipboard>>(clipboard), workspace, &suspension,
                                     loginItem ? &*loginItem : nullptr});
+    AppearancePreferences appearance(defaults, loop);
+    QtStatusItem statusItem;
+    MenuBarController::Actions actions;
+    actions.togglePauseCapture = [&state] { state.togglePause(); };
+    actions.toggleCollectMode = [&state] { state.collectMode().toggle(); };
+    actions.quit = [] { QApplication::quit(); };
+    MenuBarController menuBar(statusItem, state.isCapturePaused(), state.collectMode().isActive(), appearance,
+                              std::move(actions));
+    if (!QtStatusItem::isTrayAvailable())
+        log.info("No status area on this desktop: the icon shows once one appears (a StatusNotifierItem host).");
     state.start();
     running = &state;
     log.log("Login item status: %{public}s.", loginItemStatusText(state.launchAtLoginStatus().value()));
     log.log("Tamarind is capturing the clipboard; the library is %{public}s.", paths.applicationSupport.string());
-    QCoreApplication::exec();
+    QApplication::exec();
     running = nullptr;
     log.log("Tamarind stopped.");
     return 0;

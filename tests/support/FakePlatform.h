@@ -7,6 +7,7 @@
 
 #include "foundation/MainLoop.h"
 #include "platform/Pasteboard.h"
+#include "platform/StatusItem.h"
 #include "platform/Workspace.h"
 
 namespace tamarind {
@@ -28,6 +29,19 @@ private:
     long long changeCount_ = 1;
     PasteboardSnapshot content_;
     int readCount_ = 0;
+};
+
+// Keeps what the controller set, for the test to read.
+class FakeStatusItem final : public StatusItem {
+public:
+    void setMenu(std::vector<StatusMenuItem> menu) override { items = std::move(menu); }
+    void setItemTitle(std::size_t index, const std::string& title) override { items.at(index).title = title; }
+    void setVisible(bool value) override { isVisible = value; }
+    void setLook(StatusIconLook value) override { look = value; }
+
+    std::vector<StatusMenuItem> items;
+    bool isVisible = false;
+    StatusIconLook look = StatusIconLook::monochrome;
 };
 
 class FakeWorkspace final : public Workspace {

@@ -18,6 +18,7 @@
 #include "platform/x11/X11Clipboard.h"
 #include "platform/x11/X11Workspace.h"
 #include "platform/xdg/XdgAutostart.h"
+#include "ui/CollectModeHUD.h"
 
 namespace tamarind {
 
@@ -164,6 +165,7 @@ int runDesktopApp(const Paths& paths) {
     if (!QtStatusItem::isTrayAvailable())
         log.info("No status area on this desktop: the icon shows once one appears (a StatusNotifierItem host).");
     state.start();
+    CollectModeHUD collectHUD(state.collectMode());
     running = &state;
     log.log("Login item status: %{public}s.", loginItemStatusText(state.launchAtLoginStatus().value()));
     log.log("Tamarind is capturing the clipboard; the library is %{public}s.", paths.applicationSupport.string());

@@ -1,0 +1,66 @@
+// Saves a picture of one of the app's Qt surfaces, as the app builds it, for looking at it under
+// Xvfb without a panel or a window manager (not a test):
+//   ui_shot OUT.png menu [paused] [collecting]   the status icon's menu
+//   ui_shot OUT.png collect N                    collect mode's panel with N copies staged
+
+#include <QApplication>
+#include <QScreen>
+#include <QTimer>
+
+#include <cstring>
+#include <string>
+
+#include "app/MenuBarController.h"
+#include "platform/qt/QtMainLoop.h"
+#include "platform/qt/QtStatusItem.h"
+#include "ui/CollectModeHUD.h"
+
+int main(int argc, char** argv) {
+    using namespace tamarind;
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: ui_shot OUT.png menu [paused] [collecting] | collect N\n");
+        return 2;
+    }
+    QApplication application(argc, argv);
+    QtMainLoop loop;
+    InMemoryDefaults defaults;
+    auto has = [&](const char* word) {
+        for (int i = 3; i < argc; ++i)
+            if (std::strcmp(argv[i], word) == 0) return true;
+        return false;
+    };
+    AppearancePreferences appearance(defaults, loop);
+    CapturePreferences preferences(defaults, loop);
+    auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
+    ClipStore store(loop, TamarindStores{std::move(memory), nullptr, false}, BlobStore("/tmp/ui-shot-blobs"), "SHOT");
+    CollectModeService collectMode(loop, store, BlobStore("/tmp/ui-shot-blobs"), preferences);
+    Observable<bool> isPaused(loop, has("paused"));
+    Observable<bool> isCollecting(loop, has("collecting"));
+    QtStatusItem item;
+    MenuBarController::Actions actions;
+    actions.togglePauseCapture = [] {};
+    actions.toggleCollectMode = [] {};
+    actions.quit = [] {};
+    MenuBarController controller(item, isPaused, isCollecting, appearance, actions);
+    CollectModeHUD hud(collectMode);
+
+    bool isMenu = std::strcmp(argv[2], "menu") == 0;
+    if (isMenu) {
+        item.menu().popup(QPoint(20, 20));
+    } else {
+        collectMode.begin();
+        int staged = argc > 3 ? std::atoi(argv[3]) : 0;
+        for (int i = 0; i < staged; ++i) {
+            PasteboardSnapshot snapshot;
+            snapshot.string = "copy " + std::to_string(i + 1);
+            collectMode.stage(snapshot, ClipKind::text);
+        }
+    }
+    QTimer::singleShot(600, [&] {
+        QWidget* shown = isMenu ? static_cast<QWidget*>(&item.menu()) : hud.panel();
+        QRect area = shown ? shown->geometry().adjusted(-20, -20, 20, 20) : QRect();
+        QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(), area.width(), area.height());
+        QApplication::exit(shown && shot.save(argv[1]) ? 0 : 1);
+    });
+    return QApplication::exec();
+}

@@ -17,6 +17,7 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
       isCapturePaused_(loop, false),
       loginItem_(platform.loginItem),
       launchAtLoginStatus_(loop, LoginItemStatus::notRegistered) {
+    if (platform.permissions) permissions_ = std::make_unique<PermissionManager>(loop, *platform.permissions);
     store_ = std::make_unique<ClipStore>(loop, stores ? std::move(*stores) : openLibrary(paths),
                                          BlobStore(paths.blobs()), "LOCAL");
     preferences_ = std::make_unique<CapturePreferences>(defaults, loop);

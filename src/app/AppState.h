@@ -11,6 +11,7 @@
 #include "capture/ClipCaptureService.h"
 #include "capture/ClipboardMonitor.h"
 #include "capture/CollectModeService.h"
+#include "app/PermissionManager.h"
 #include "capture/CapturePreferences.h"
 #include "foundation/Defaults.h"
 #include "foundation/Paths.h"
@@ -26,6 +27,7 @@ struct PlatformServices {
     Workspace& workspace;
     SuspensionEvents* suspension = nullptr;  // none: capture is never suspended
     LoginItem* loginItem = nullptr;          // none: always "not registered"
+    Permissions* permissions = nullptr;      // none: no permission manager
 };
 
 class AppState {
@@ -38,6 +40,8 @@ public:
     AppState(const AppState&) = delete;
     AppState& operator=(const AppState&) = delete;
 
+    // Present when the platform was given its grants.
+    PermissionManager* permissions() { return permissions_.get(); }
     ClipStore& store() { return *store_; }
     CapturePreferences& preferences() { return *preferences_; }
     SmartRuleStore& rules() { return *rules_; }
@@ -59,6 +63,7 @@ private:
     void armAutoResume(bool isPaused);
 
     MainLoop& loop_;
+    std::unique_ptr<PermissionManager> permissions_;
     std::unique_ptr<ClipStore> store_;
     std::unique_ptr<CapturePreferences> preferences_;
     std::unique_ptr<SmartRuleStore> rules_;

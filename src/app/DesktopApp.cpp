@@ -16,6 +16,7 @@
 #include "platform/qt/QtMainLoop.h"
 #include "platform/qt/QtStatusItem.h"
 #include "platform/x11/X11Clipboard.h"
+#include "platform/x11/X11Permissions.h"
 #include "platform/x11/X11Workspace.h"
 #include "platform/xdg/XdgAutostart.h"
 #include "ui/CollectModeHUD.h"
@@ -146,6 +147,7 @@ int runDesktopApp(const Paths& paths) {
     }
     X11Workspace workspace(x11, X11Workspace::defaultApplicationFolders());
     DBusSuspensionEvents suspension(QDBusConnection::systemBus(), QDBusConnection::sessionBus());
+    X11Permissions permissions(X11Permissions::isWaylandSessionNow());
     std::optional<XdgAutostart> loginItem;
     if (auto folder = XdgAutostart::defaultFolder()) loginItem.emplace(*folder, XdgAutostart::thisProgram());
     QuitSignals quitSignals(loop);
@@ -153,7 +155,7 @@ int runDesktopApp(const Paths& paths) {
     PlistFileDefaults defaults(paths.defaultsFile(), [&loop] { return loop.clock().wallNow(); });
     AppState state(loop, defaults, paths,
                    PlatformServices{*std::get<std::unique_ptr<X11Clipboard>>(clipboard), workspace, &suspension,
-                                    loginItem ? &*loginItem : nullptr});
+                                    loginItem ? &*loginItem : nullptr, &permissions});
     AppearancePreferences appearance(defaults, loop);
     QtStatusItem statusItem;
     MenuBarController::Actions actions;

@@ -7,6 +7,7 @@
 
 #include "foundation/MainLoop.h"
 #include "platform/Pasteboard.h"
+#include "platform/Permissions.h"
 #include "platform/StatusItem.h"
 #include "platform/Workspace.h"
 
@@ -42,6 +43,20 @@ public:
     std::vector<StatusMenuItem> items;
     bool isVisible = false;
     StatusIconLook look = StatusIconLook::monochrome;
+};
+
+// Grants the test sets; counts the settings pages opened.
+class FakePermissions final : public Permissions {
+public:
+    bool hasAccessibilityAccess() override { return accessibility; }
+    bool hasScreenRecordingAccess() override { return screenRecording; }
+    bool requestAccessibilityAccess() override { return accessibility; }
+    bool requestScreenRecordingAccess() override { return screenRecording; }
+    void openSettings(const std::string& which) override { opened.push_back(which); }
+
+    bool accessibility = false;
+    bool screenRecording = false;
+    std::vector<std::string> opened;
 };
 
 class FakeWorkspace final : public Workspace {

@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <string_view>
 #include <iostream>
 
 #include "app/DesktopApp.h"
@@ -17,7 +19,9 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "tamarind: neither TAMARIND_HOME nor HOME names an absolute folder\n");
         return cli::kNotFoundOrRefused;
     }
-    if (argc <= 1) return runDesktopApp(*paths);
+    const char* testHost = std::getenv("TAMARIND_TEST_HOST");
+    bool isTestHost = testHost && std::string_view(testHost) == "1";
+    if (argc <= 1) return runDesktopApp(*paths, isTestHost);
     // A command prints its own results; only the library's errors belong on its stderr.
     if (!std::getenv("TAMARIND_LOG_LEVEL")) Log::setStderrThreshold(LogLevel::error);
     std::ios::sync_with_stdio(false);
@@ -26,5 +30,5 @@ int main(int argc, char** argv) {
     int code = cli::run(argc, argv, context);
     if (code != cli::kSuccess || !context.wantsDesktopApp()) return code;
     if (!std::getenv("TAMARIND_LOG_LEVEL")) Log::setStderrThreshold(LogLevel::notice);
-    return runDesktopApp(*paths);
+    return runDesktopApp(*paths, isTestHost);
 }

@@ -78,7 +78,7 @@ private:
 
 }  // namespace
 
-int runDesktopApp(const Paths& paths) {
+int runDesktopApp(const Paths& paths, bool isTestHost) {
     Log log("app");
     QuitSignals::block();
     static int argc = 1;
@@ -156,6 +156,12 @@ int runDesktopApp(const Paths& paths) {
     AppState state(loop, defaults, paths,
                    PlatformServices{*std::get<std::unique_ptr<X11Clipboard>>(clipboard), workspace, &suspension,
                                     loginItem ? &*loginItem : nullptr, &permissions});
+    if (isTestHost) {
+        // Tests of the process itself: no menu, no capture, nothing that reaches the desktop.
+        log.log("Launched as a test host; skipping UI and capture setup.");
+        QApplication::exec();
+        return 0;
+    }
     AppearancePreferences appearance(defaults, loop);
     QtStatusItem statusItem;
     MenuBarController::Actions actions;

@@ -7,7 +7,8 @@
 
 namespace tamarind {
 
-// The exit status: 0 after a signal, 1 when the display or the library can't be reached.
-int runDesktopApp(const Paths& paths);
+// The exit status: 0 after a signal, 1 when the display or the library can't be reached. A test
+// host ($TAMARIND_TEST_HOST=1) builds the services and stops before the menu and capture.
+int runDesktopApp(const Paths& paths, bool isTestHost);
 
 }  // namespace tamarind

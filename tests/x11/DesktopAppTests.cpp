@@ -139,6 +139,16 @@ TEST_F(DesktopAppTest, CollectModeTurnsFiveCopiesIntoOneClip) {
     session_.stop(app);
 }
 
+TEST_F(DesktopAppTest, ATestHostStopsBeforeCaptureAndTheMenu) {
+    session_.setEnvironment("TAMARIND_TEST_HOST", "1");
+    pid_t app = session_.start(TAMARIND_BINARY, {});
+    auto answer = status();
+    ASSERT_TRUE(answer) << "the test host still answers on the bus";
+    EXPECT_EQ(answer->dump(), "{}") << "but runs no capture";
+    EXPECT_FALSE(copyAndWait("copied to a test host", 1, 20));
+    session_.stop(app);
+}
+
 TEST_F(DesktopAppTest, CommandsForTheAppSayWhenItIsNotRunning) {
     ProcessResult result = tamarind({"pause"});
     EXPECT_EQ(result.exitCode, 1);

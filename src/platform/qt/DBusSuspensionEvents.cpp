@@ -16,6 +16,9 @@ DBusSuspensionEvents::DBusSuspensionEvents(QDBusConnection systemBus, QDBusConne
                           SLOT(sessionLocked()));
         systemBus.connect("org.freedesktop.login1", session, "org.freedesktop.login1.Session", "Unlock", this,
                           SLOT(sessionUnlocked()));
+        // A switch to another user's session makes ours inactive.
+        systemBus.connect("org.freedesktop.login1", session, "org.freedesktop.DBus.Properties", "PropertiesChanged",
+                          this, SLOT(sessionPropertiesChanged(QString, QVariantMap, QStringList)));
     }
     if (sessionBus.isConnected()) {
         // Any sender: the screensaver's unique name changes when it restarts.
@@ -33,6 +36,12 @@ void DBusSuspensionEvents::deliver(bool isSuspending, const std::string& reason)
 void DBusSuspensionEvents::prepareForSleep(bool isStarting) { deliver(isStarting, "PrepareForSleep"); }
 void DBusSuspensionEvents::sessionLocked() { deliver(true, "Lock"); }
 void DBusSuspensionEvents::sessionUnlocked() { deliver(false, "Unlock"); }
+void DBusSuspensionEvents::sessionPropertiesChanged(const QString& interface, const QVariantMap& changed,
+                                                    const QStringList&) {
+    if (interface != "org.freedesktop.login1.Session" || !changed.contains("Active")) return;
+    deliver(!changed.value("Active").toBool(), "Active");
+}
+
 void DBusSuspensionEvents::screenSaverActiveChanged(bool isActive) { deliver(isActive, "ScreenSaver.ActiveChanged"); }
 
 }  // namespace tamarind

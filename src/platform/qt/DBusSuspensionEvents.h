@@ -1,11 +1,13 @@
 #pragma once
-// Suspension events from the buses: logind's PrepareForSleep and a session's
-// Lock and Unlock on the system bus, and the screensaver's ActiveChanged
+// Suspension events from the buses: logind's PrepareForSleep, and a session's
+// Lock, Unlock and Active property on the system bus, and the screensaver's ActiveChanged
 // (freedesktop and GNOME names) on the session bus. A bus that isn't there
 // gives no events and no error.
 
 #include <QDBusConnection>
 #include <QObject>
+#include <QStringList>
+#include <QVariantMap>
 
 #include "platform/SuspensionEvents.h"
 
@@ -25,6 +27,7 @@ public Q_SLOTS:
     void sessionLocked();
     void sessionUnlocked();
     void screenSaverActiveChanged(bool isActive);
+    void sessionPropertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList& invalidated);
 
 private:
     void deliver(bool isSuspending, const std::string& reason);

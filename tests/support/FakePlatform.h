@@ -62,6 +62,8 @@ public:
 class FakeWorkspace final : public Workspace {
 public:
     std::optional<RunningApplication> frontmostApplication() override { return frontmost; }
+    void setOnActivation(std::function<void()> callback) override { onActivation = std::move(callback); }
+    std::function<void()> onActivation;
     std::optional<RunningApplication> frontmost;
 };
 

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 
 #include <chrono>
+#include <fstream>
 #include <thread>
 
 #include "foundation/Json.h"
@@ -136,6 +137,25 @@ TEST_F(DesktopAppTest, CollectModeTurnsFiveCopiesIntoOneClip) {
     EXPECT_EQ((*clips)[0].value("kind", ""), "multiClip");
     EXPECT_EQ((*clips)[0].value("text", ""), "alpha\nbeta\ngamma\ndelta\nepsilon");
     EXPECT_EQ((*clips)[0]["multiClip"]["items"].size(), 5u);
+    session_.stop(app);
+}
+
+// KeePassXC's window (class "keepassxc", one of the default exclusions) is in front when it copies.
+TEST_F(DesktopAppTest, ACopyFromAnExcludedApplicationIsRefused) {
+    pid_t app = session_.start(TAMARIND_BINARY, {});
+    ASSERT_TRUE(status());
+    TemporaryFolder files;
+    std::ofstream(files.path() / "secret") << "correct horse battery staple";
+    session_.start(TAMARIND_CLIPBOARD_OWNER, {"--class", "keepassxc", "UTF8_STRING=" + (files.path() / "secret").string()},
+                   "ready");
+    bool isRefused = false;
+    for (int attempt = 0; attempt < 100 && !isRefused; ++attempt) {
+        isRefused = status()->value("rejectedThisSession", 0LL) == 1;
+        if (!isRefused) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_TRUE(isRefused);
+    EXPECT_EQ(status()->value("lastResult", ""), "rejected(excluded app keepassxc)");
+    EXPECT_EQ(tamarind({"list", "--count"}).out, "0\n");
     session_.stop(app);
 }
 

@@ -180,12 +180,15 @@ TEST_F(X11ClipboardTest, TheActiveWindowNamesItsApplicationByItsDesktopFile) {
         << "[Desktop Entry]\nType=Application\nName=Example Editor\nStartupWMClass=exampleeditor\n";
     X11Workspace workspace(*x11_, {applications.string()});
     EXPECT_FALSE(workspace.frontmostApplication());
+    int activations = 0;
+    workspace.setOnActivation([&] { ++activations; });
 
     owner({"--class", "ExampleEditor", "UTF8_STRING=" + file("text", "x")});
     auto application = workspace.frontmostApplication();
     ASSERT_TRUE(application);
     EXPECT_EQ(application->bundleID, "org.example.Editor");
     EXPECT_EQ(application->name, "Example Editor");
+    EXPECT_TRUE(runUntil([&] { return activations == 1; })) << "the change of active window is told";
 }
 
 // The whole road of a copy: owner change, monitor tick, read, capture service, store.

@@ -104,6 +104,22 @@ const std::vector<DesktopEntry>& X11Workspace::entries() {
     return *entries_;
 }
 
+void X11Workspace::setOnActivation(std::function<void()> onActivation) {
+    onActivation_ = std::move(onActivation);
+    if (isWatchingRoot_) return;
+    isWatchingRoot_ = true;
+    // Other clients may listen to the root window too; its event mask is per client.
+    uint32_t events = XCB_EVENT_MASK_PROPERTY_CHANGE;
+    xcb_change_window_attributes(x11_.connection(), x11_.root(), XCB_CW_EVENT_MASK, &events);
+    x11_.flush();
+    xcb_atom_t active = x11_.atom("_NET_ACTIVE_WINDOW");
+    x11_.addListener([this, active, alive = std::weak_ptr<bool>(isAlive_)](const xcb_generic_event_t& event) {
+        if (alive.expired() || (event.response_type & 0x7f) != XCB_PROPERTY_NOTIFY) return;
+        const auto& notify = reinterpret_cast<const xcb_property_notify_event_t&>(event);
+        if (notify.window == x11_.root() && notify.atom == active && onActivation_) onActivation_();
+    });
+}
+
 std::optional<RunningApplication> X11Workspace::frontmostApplication() {
     auto active = x11_.property(x11_.root(), x11_.atom("_NET_ACTIVE_WINDOW"));
     if (!active || active->bytes.size() < 4) return std::nullopt;

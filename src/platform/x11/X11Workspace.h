@@ -5,7 +5,9 @@
 // claims the window class, else the class itself; the name is the desktop
 // file's Name, else the class. Main thread only.
 
+#include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,8 +29,11 @@ public:
     // `applicationFolders`: where desktop files are looked for, most important first
     // ($XDG_DATA_HOME/applications, then each of $XDG_DATA_DIRS).
     X11Workspace(X11Connection& x11, std::vector<std::string> applicationFolders);
+    ~X11Workspace() override { *isAlive_ = false; }
 
     std::optional<RunningApplication> frontmostApplication() override;
+    // From the root window's _NET_ACTIVE_WINDOW, which the window manager sets.
+    void setOnActivation(std::function<void()> onActivation) override;
 
     // The folders of the XDG base-directory rules.
     static std::vector<std::string> defaultApplicationFolders();
@@ -45,6 +50,9 @@ private:
     X11Connection& x11_;
     std::vector<std::string> applicationFolders_;
     std::optional<std::vector<DesktopEntry>> entries_;
+    std::function<void()> onActivation_;
+    bool isWatchingRoot_ = false;
+    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace tamarind

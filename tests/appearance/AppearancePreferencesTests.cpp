@@ -16,15 +16,20 @@ template <class Enum, std::size_t N> std::string rawValues(const std::array<Enum
     return out;
 }
 
-TEST(AppearancePreferences, MissingKeysGiveTheDefaults) {
-    ManualMainLoop loop;
-    InMemoryDefaults defaults;
-    AppearancePreferences preferences(defaults, loop);
+// Every choice at the first case of its list.
+void expectFirstCases(const AppearancePreferences& preferences) {
     EXPECT_EQ(*preferences.theme(), ThemeChoice::system);
     EXPECT_EQ(*preferences.accent(), AccentChoice::indigo);
     EXPECT_EQ(*preferences.cardDensity(), CardDensity::comfortable);
     EXPECT_EQ(*preferences.timestampStyle(), TimestampStyle::relative);
     EXPECT_EQ(*preferences.menuBarIconStyle(), MenuBarIconStyle::monochrome);
+}
+
+TEST(AppearancePreferences, MissingKeysGiveTheDefaults) {
+    ManualMainLoop loop;
+    InMemoryDefaults defaults;
+    AppearancePreferences preferences(defaults, loop);
+    expectFirstCases(preferences);
     EXPECT_TRUE(*preferences.showsSourceAppIcons());
     EXPECT_TRUE(*preferences.showsMenuBarIcon());
     EXPECT_TRUE(*preferences.checksForUpdatesAutomatically());
@@ -44,11 +49,7 @@ TEST(AppearancePreferences, UnknownStoredValuesReadAsTheFirstCaseAndStayStored) 
                               {appearanceKeys::checksForUpdatesAutomatically, "no"}};
     InMemoryDefaults defaults(stored);
     AppearancePreferences preferences(defaults, loop);
-    EXPECT_EQ(*preferences.theme(), ThemeChoice::system);
-    EXPECT_EQ(*preferences.accent(), AccentChoice::indigo);
-    EXPECT_EQ(*preferences.cardDensity(), CardDensity::comfortable);
-    EXPECT_EQ(*preferences.timestampStyle(), TimestampStyle::relative);
-    EXPECT_EQ(*preferences.menuBarIconStyle(), MenuBarIconStyle::monochrome);
+    expectFirstCases(preferences);
     // A present key is read as stored, even where the default is true.
     EXPECT_FALSE(*preferences.showsSourceAppIcons());
     EXPECT_FALSE(*preferences.showsMenuBarIcon());

@@ -31,6 +31,7 @@ void configure(CLI::App& app, CliContext& context) {
     addTransferCommands(app, context);
     addAppCommands(app, context);
     addAutostartCommand(app, context);
+    addCopyCommand(app, context);
 }
 
 }  // namespace

@@ -46,6 +46,7 @@ void addSettingsCommands(CLI::App& app, CliContext& context);
 void addTransferCommands(CLI::App& app, CliContext& context);
 void addAppCommands(CLI::App& app, CliContext& context);
 void addAutostartCommand(CLI::App& app, CliContext& context);
+void addCopyCommand(CLI::App& app, CliContext& context);
 
 // Reads a file, or stdin for "-". Refused when it can't be read.
 std::string readInput(CliContext& context, const std::string& path);

@@ -169,6 +169,44 @@ TEST_F(DesktopAppTest, ATestHostStopsBeforeCaptureAndTheMenu) {
     session_.stop(app);
 }
 
+// `tamarind copy` without the app: a background owner serves the clip to any reader, large data
+// in increments, and leaves when something else is copied.
+TEST_F(DesktopAppTest, CopyServesAClipUntilSomethingElseIsCopied) {
+    auto paste = [&](const std::string& target) {
+        return runProcess(ProcessCommand{"/usr/bin/env", {"xclip", "-o", "-selection", "clipboard", "-t", target},
+                                         {{"DISPLAY", session_.display()}}, std::nullopt})
+            .out;
+    };
+    auto idOf = [](const ProcessResult& added) { return parseJson(added.out).value_or(Json()).value("id", ""); };
+    TemporaryFolder files;
+    std::ofstream(files.path() / "page.html") << "<b>Grüße</b>";
+    std::string rich = idOf(tamarind({"add", "--json", "--html", (files.path() / "page.html").string(), "Grüße"}));
+    ASSERT_FALSE(rich.empty());
+
+    ASSERT_EQ(tamarind({"copy", rich.substr(0, 8)}).exitCode, 0);
+    EXPECT_EQ(paste("UTF8_STRING"), "Grüße");
+    EXPECT_EQ(paste("text/html"), "<b>Grüße</b>");
+    EXPECT_EQ(paste("STRING"), "Gr\xFC\xDF" "e") << "Latin-1 for the oldest readers";
+    ASSERT_EQ(tamarind({"copy", "--plain", rich.substr(0, 8)}).exitCode, 0);
+    EXPECT_EQ(paste("TARGETS").find("text/html"), std::string::npos);
+
+    std::string large;
+    for (int i = 0; large.size() < 3'000'000; ++i) large += "line " + std::to_string(i) + "\n";
+    std::string big = idOf(tamarind({"add", "--json", "-"}, large));
+    ASSERT_EQ(tamarind({"copy", big.substr(0, 8)}).exitCode, 0);
+    EXPECT_EQ(paste("UTF8_STRING"), large);
+
+    session_.start("sh", {"-c", "printf other | xclip -selection clipboard -i"});
+    bool isGone = false;
+    for (int attempt = 0; attempt < 100 && !isGone; ++attempt) {
+        isGone = runProcess(ProcessCommand{"/usr/bin/env", {"pgrep", "-f", "tamarind copy"}, {}, std::nullopt})
+                     .exitCode != 0;
+        if (!isGone) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_TRUE(isGone) << "the owner leaves once another program copies";
+    EXPECT_EQ(paste("UTF8_STRING"), "other");
+}
+
 TEST_F(DesktopAppTest, CommandsForTheAppSayWhenItIsNotRunning) {
     ProcessResult result = tamarind({"pause"});
     EXPECT_EQ(result.exitCode, 1);

@@ -29,6 +29,8 @@ _tamarind() {
         --kind) COMPREPLY=($(compgen -W "$kinds" -- "$cur")); return ;;
         --sort) COMPREPLY=($(compgen -W "newest oldest most-used largest" -- "$cur")); return ;;
         --as) COMPREPLY=($(compgen -W "text html rtf image" -- "$cur")); return ;;
+        --transform) COMPREPLY=($(compgen -W "plain uppercase lowercase capitalized trimmed" -- "$cur")); return ;;
+        --color-format) COMPREPLY=($(compgen -W "hex rgb rgba hsl swiftUI uiColor cssVariable" -- "$cur")); return ;;
         --html | --rtf | --image | --file) _filedir; return ;;
         --collection) local IFS=$'\n'; COMPREPLY=($(compgen -W "$(_tamarind_collections)" -- "$cur")); return ;;
         --smart) COMPREPLY=($(compgen -W "$(_tamarind_smart)" -- "$cur")); return ;;
@@ -44,7 +46,7 @@ _tamarind() {
         list | search) COMPREPLY=($(compgen -W "$filters --sort --page --limit --smart --json --reveal --count" -- "$cur")) ;;
         show) [[ $cur == -* ]] && COMPREPLY=($(compgen -W "--json --reveal" -- "$cur")) || COMPREPLY=($(compgen -W "$(_tamarind_ids)" -- "$cur")) ;;
         get) [[ $cur == -* ]] && COMPREPLY=($(compgen -W "--as" -- "$cur")) || COMPREPLY=($(compgen -W "$(_tamarind_ids)" -- "$cur")) ;;
-        copy) [[ $cur == -* ]] && COMPREPLY=($(compgen -W "--plain" -- "$cur")) || COMPREPLY=($(compgen -W "$(_tamarind_ids)" -- "$cur")) ;;
+        copy) [[ $cur == -* ]] && COMPREPLY=($(compgen -W "--plain --transform --color-format" -- "$cur")) || COMPREPLY=($(compgen -W "$(_tamarind_ids)" -- "$cur")) ;;
         delete | pin | favorite | sensitive) [[ $cur == -* ]] && COMPREPLY=($(compgen -W "--off" -- "$cur")) || COMPREPLY=($(compgen -W "$(_tamarind_ids)" -- "$cur")) ;;
         collections)
             if [[ -z $sub ]]; then

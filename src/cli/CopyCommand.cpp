@@ -8,43 +8,42 @@
 #include <ostream>
 
 #include "cli/Commands.h"
-#include "foundation/Files.h"
 #include "foundation/PollMainLoop.h"
 #include "foundation/Text.h"
-#include "library/FileBookmark.h"
+#include "paste/ClipActions.h"
 #include "platform/x11/X11ClipboardWriter.h"
 
 namespace tamarind::cli {
 
 namespace {
 
-ClipboardContent contentOf(CliContext& context, const Clip& clip, bool isPlain) {
-    ClipboardContent content;
-    ClipKind kind = clip.clipKind();
-    if (kind == ClipKind::image || kind == ClipKind::screenshot) {
-        std::optional<std::string> bytes;
-        if (clip.blobFilename) bytes = readWholeFile(context.store().blobStore().url(*clip.blobFilename)).bytes;
-        if (!bytes && clip.fullImageData) bytes = stringFromData(*clip.fullImageData);
-        if (!bytes) refuse("the image of clip " + clip.id.uuidString().substr(0, kShownIDLength) + " is gone");
-        content.image = dataFromString(*bytes);
-        content.imageExtension = clip.blobFilename && clip.blobFilename->ends_with(".tiff") ? "tiff" : "png";
-        return content;
+struct CopyOptions {
+    std::string id;
+    bool isPlain = false;
+    std::string transform = "plain";
+    std::optional<std::string> colorFormat;
+};
+
+ClipboardContent contentOf(CliContext& context, Clip clip, const CopyOptions& options) {
+    // "Copy as": a colour in the notation asked for, or in the one the settings prefer.
+    if (clip.clipKind() == ClipKind::color && clip.hexColor) {
+        ColorFormat format = options.colorFormat ? colorFormatOrHex(*options.colorFormat)
+                                                 : context.preferences().preferredColorFormat().value();
+        if (auto rendered = render(format, *clip.hexColor)) clip.text = *rendered;
     }
-    if (clip.fileBookmarks) {
-        content.files = decodeFileBookmarks(*clip.fileBookmarks);
+    if (options.isPlain) {
+        clip.htmlString.reset();
+        clip.richTextData.reset();
+    }
+    auto content = copyContent(clip, *copyTransformFromRawValue(options.transform), context.store().blobStore());
+    if (!content) refuse("clip " + clip.id.uuidString().substr(0, kShownIDLength) + " has nothing to copy");
+    // A file clip's paths as text too, for terminals.
+    if (!content->files.empty() && !content->text) {
         std::vector<std::string> paths;
-        for (const FileURL& file : content.files) paths.push_back(file.path);
-        content.text = join(paths, "\n");
-        return content;
+        for (const FileURL& file : content->files) paths.push_back(file.path);
+        content->text = join(paths, "\n");
     }
-    content.text = clip.text ? clip.text : clip.urlString ? clip.urlString : clip.hexColor;
-    if (!isPlain) {
-        content.html = clip.htmlString;
-        content.rtf = clip.richTextData;
-    }
-    if (!content.text && !content.html && !content.rtf)
-        refuse("clip " + clip.id.uuidString().substr(0, kShownIDLength) + " has nothing to copy");
-    return content;
+    return *content;
 }
 
 // In the child: owns the clipboard until it is taken, then exits. Writes one byte to `ready`
@@ -70,9 +69,9 @@ ClipboardContent contentOf(CliContext& context, const Clip& clip, bool isPlain) 
     ::_exit(isOwner ? 0 : 1);
 }
 
-void runCopy(CliContext& context, const std::string& argument, bool isPlain) {
-    Clip clip = *context.store().clip(context.resolveClip(argument));
-    ClipboardContent content = contentOf(context, clip, isPlain);
+void runCopy(CliContext& context, const CopyOptions& options) {
+    Clip clip = *context.store().clip(context.resolveClip(options.id));
+    ClipboardContent content = contentOf(context, std::move(clip), options);
     if (!std::getenv("DISPLAY")) refuse("DISPLAY is not set: copying needs an X display");
     int pipeFds[2];
     if (::pipe(pipeFds) != 0) refuse("cannot start the clipboard owner");
@@ -96,13 +95,18 @@ void runCopy(CliContext& context, const std::string& argument, bool isPlain) {
 }  // namespace
 
 void addCopyCommand(CLI::App& app, CliContext& context) {
-    auto id = std::make_shared<std::string>();
-    auto plain = std::make_shared<bool>(false);
+    auto options = std::make_shared<CopyOptions>();
     CLI::App* command = app.add_subcommand(
         "copy", "Put a clip on the clipboard (a background process serves it until something else is copied)");
-    command->add_option("id", *id, "Clip id or unique prefix")->required();
-    command->add_flag("--plain", *plain, "Text only, without its HTML or RTF");
-    command->callback([&context, id, plain] { runCopy(context, *id, *plain); });
+    command->add_option("id", options->id, "Clip id or unique prefix")->required();
+    command->add_flag("--plain", options->isPlain, "Text only, without its HTML or RTF");
+    command->add_option("--transform", options->transform, "plain, uppercase, lowercase, capitalized or trimmed")
+        ->check(CLI::IsMember({"plain", "uppercase", "lowercase", "capitalized", "trimmed"}));
+    command->add_option("--color-format", options->colorFormat,
+                        "For a colour: hex, rgb, rgba, hsl, swiftUI, uiColor or cssVariable "
+                        "(default: capture.preferredColorFormat)")
+        ->check(CLI::IsMember({"hex", "rgb", "rgba", "hsl", "swiftUI", "uiColor", "cssVariable"}));
+    command->callback([&context, options] { runCopy(context, *options); });
 }
 
 }  // namespace tamarind::cli

@@ -5,10 +5,23 @@
 // read converts the owner's targets one by one, each with a time-out.
 
 #include <functional>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "library/PasteboardSnapshot.h"
 
 namespace tamarind {
+
+// What a copy puts on the clipboard.
+struct ClipboardContent {
+    std::optional<std::string> text;
+    std::optional<std::string> html;
+    std::optional<Data> rtf;
+    std::optional<Data> image;
+    std::string imageExtension = "png";  // "png" or "tiff"
+    std::vector<FileURL> files;
+};
 
 class Pasteboard {
 public:
@@ -20,6 +33,9 @@ public:
     // the source application, which the caller adds). Never blocks; a hung owner costs at most
     // the backend's time-out. One read at a time: a call while one runs is queued after it.
     virtual void readSnapshot(std::function<void(PasteboardSnapshot)> done) = 0;
+    // Replaces what the clipboard holds (empty content clears it), served for as long as this
+    // program owns it. False when the system gave it to nobody.
+    virtual bool write(ClipboardContent content) = 0;
 };
 
 }  // namespace tamarind

@@ -19,6 +19,13 @@ public:
 
     long long changeCount() const override { return changeCount_; }
     void readSnapshot(std::function<void(PasteboardSnapshot)> done) override;
+    // Kept for the test; a write is a change of the clipboard like any other.
+    bool write(ClipboardContent content) override {
+        writes.push_back(std::move(content));
+        ++changeCount_;
+        return true;
+    }
+    std::vector<ClipboardContent> writes;
 
     // What another application copying would do: new content and a new count.
     void copy(PasteboardSnapshot content);

@@ -187,8 +187,12 @@ TEST_F(DesktopAppTest, CopyServesAClipUntilSomethingElseIsCopied) {
     EXPECT_EQ(paste("UTF8_STRING"), "Grüße");
     EXPECT_EQ(paste("text/html"), "<b>Grüße</b>");
     EXPECT_EQ(paste("STRING"), "Gr\xFC\xDF" "e") << "Latin-1 for the oldest readers";
-    ASSERT_EQ(tamarind({"copy", "--plain", rich.substr(0, 8)}).exitCode, 0);
+    ASSERT_EQ(tamarind({"copy", "--plain", "--transform", "uppercase", rich.substr(0, 8)}).exitCode, 0);
     EXPECT_EQ(paste("TARGETS").find("text/html"), std::string::npos);
+    EXPECT_EQ(paste("UTF8_STRING"), "GRÜSSE");
+    std::string colour = idOf(tamarind({"add", "--json", "#3b5bfd"}));
+    ASSERT_EQ(tamarind({"copy", "--color-format", "rgb", colour.substr(0, 8)}).exitCode, 0);
+    EXPECT_EQ(paste("UTF8_STRING"), "rgb(59, 91, 253)");
 
     std::string large;
     for (int i = 0; large.size() < 3'000'000; ++i) large += "line " + std::to_string(i) + "\n";

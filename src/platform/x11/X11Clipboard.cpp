@@ -144,6 +144,11 @@ void X11Clipboard::onEvent(const xcb_generic_event_t& event) {
     }
 }
 
+bool X11Clipboard::write(ClipboardContent content) {
+    if (!writer_) writer_ = std::make_unique<X11ClipboardWriter>(x11_);
+    return writer_->write(std::move(content));
+}
+
 void X11Clipboard::readSnapshot(std::function<void(PasteboardSnapshot)> done) {
     queued_.push_back(std::move(done));
     if (!read_) startNextRead();

@@ -20,6 +20,7 @@
 
 #include "foundation/Log.h"
 #include "platform/Pasteboard.h"
+#include "platform/x11/X11ClipboardWriter.h"
 #include "platform/x11/X11Connection.h"
 
 namespace tamarind {
@@ -34,6 +35,7 @@ public:
 
     long long changeCount() const override { return changeCount_; }
     void readSnapshot(std::function<void(PasteboardSnapshot)> done) override;
+    bool write(ClipboardContent content) override;
 
     // The protocol's targets, never clipboard content.
     static bool isProtocolTarget(std::string_view name);
@@ -75,6 +77,7 @@ private:
     bool isIncremental_ = false;
     std::string incoming_;
     TaskHandle timeout_;
+    std::unique_ptr<X11ClipboardWriter> writer_;  // made on the first write
     std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
     Log log_{"capture"};
 };

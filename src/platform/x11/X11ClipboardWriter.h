@@ -14,20 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "library/PasteboardSnapshot.h"
+#include "platform/Pasteboard.h"
 #include "platform/x11/X11Connection.h"
 
 namespace tamarind {
-
-// What a copy puts on the clipboard.
-struct ClipboardContent {
-    std::optional<std::string> text;
-    std::optional<std::string> html;
-    std::optional<Data> rtf;
-    std::optional<Data> image;
-    std::string imageExtension = "png";  // "png" or "tiff"
-    std::vector<FileURL> files;
-};
 
 class X11ClipboardWriter {
 public:

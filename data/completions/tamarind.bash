@@ -13,7 +13,7 @@ _tamarind() {
 
     local commands="app add list search show get delete pin favorite sensitive collections stats retention
         purge-tombstones remove-orphans wipe doctor rules smart settings export import pause resume status
-        collect autostart copy"
+        collect autostart copy paste"
     local filters="--search --kind --app --collection --favorites --pinned --within-days"
     local kinds="text richText link image screenshot file code color multiClip"
 
@@ -46,6 +46,7 @@ _tamarind() {
         list | search) COMPREPLY=($(compgen -W "$filters --sort --page --limit --smart --json --reveal --count" -- "$cur")) ;;
         show) [[ $cur == -* ]] && COMPREPLY=($(compgen -W "--json --reveal" -- "$cur")) || COMPREPLY=($(compgen -W "$(_tamarind_ids)" -- "$cur")) ;;
         get) [[ $cur == -* ]] && COMPREPLY=($(compgen -W "--as" -- "$cur")) || COMPREPLY=($(compgen -W "$(_tamarind_ids)" -- "$cur")) ;;
+        paste) [[ $cur == -* ]] && COMPREPLY=($(compgen -W "--plain" -- "$cur")) || COMPREPLY=($(compgen -W "$(_tamarind_ids)" -- "$cur")) ;;
         copy) [[ $cur == -* ]] && COMPREPLY=($(compgen -W "--plain --transform --color-format" -- "$cur")) || COMPREPLY=($(compgen -W "$(_tamarind_ids)" -- "$cur")) ;;
         delete | pin | favorite | sensitive) [[ $cur == -* ]] && COMPREPLY=($(compgen -W "--off" -- "$cur")) || COMPREPLY=($(compgen -W "$(_tamarind_ids)" -- "$cur")) ;;
         collections)

@@ -12,6 +12,7 @@
 #include "foundation/Text.h"
 #include "paste/ClipActions.h"
 #include "platform/x11/X11ClipboardWriter.h"
+#include "platform/x11/X11KeySender.h"
 
 namespace tamarind::cli {
 
@@ -92,6 +93,27 @@ void runCopy(CliContext& context, const CopyOptions& options) {
     }
 }
 
+// Copies, then types the paste keystroke into the window in front, once the keys the user still
+// holds (from the shortcut that ran this) are up.
+void runPaste(CliContext& context, const CopyOptions& options) {
+    runCopy(context, options);
+    PollMainLoop loop;
+    auto opened = X11Connection::open(loop);
+    auto* x11 = std::get_if<std::unique_ptr<X11Connection>>(&opened);
+    if (!x11) refuse(std::get<std::string>(opened));
+    auto created = X11KeySender::create(loop, **x11);
+    auto* sender = std::get_if<std::unique_ptr<X11KeySender>>(&created);
+    if (!sender) refuse(std::get<std::string>(created) + "; the clip was copied, paste it by hand");
+    bool isSent = false;
+    (*sender)->sendPaste(pasteKeystrokeOrAutomatic(context.defaults().string("paste.keystroke").value_or("auto")),
+                         [&](bool sent) {
+                             isSent = sent;
+                             loop.quit();
+                         });
+    loop.run();
+    if (!isSent) refuse("the paste keystroke could not be typed; the clip was copied");
+}
+
 }  // namespace
 
 void addCopyCommand(CLI::App& app, CliContext& context) {
@@ -107,6 +129,13 @@ void addCopyCommand(CLI::App& app, CliContext& context) {
                         "(default: capture.preferredColorFormat)")
         ->check(CLI::IsMember({"hex", "rgb", "rgba", "hsl", "swiftUI", "uiColor", "cssVariable"}));
     command->callback([&context, options] { runCopy(context, *options); });
+
+    auto pasting = std::make_shared<CopyOptions>();
+    CLI::App* paste = app.add_subcommand(
+        "paste", "Copy a clip and type the paste keystroke into the window in front (the setting paste.keystroke)");
+    paste->add_option("id", pasting->id, "Clip id or unique prefix")->required();
+    paste->add_flag("--plain", pasting->isPlain, "Text only, without its HTML or RTF");
+    paste->callback([&context, pasting] { runPaste(context, *pasting); });
 }
 
 }  // namespace tamarind::cli

@@ -3,12 +3,17 @@
 
 #include <gtest/gtest.h>
 
+#include <X11/keysym.h>
+#include <xcb/xcb_keysyms.h>
+#include <xcb/xtest.h>
+
 #include <fstream>
 
 #include "app/AppState.h"
 #include "foundation/PollMainLoop.h"
 #include "library/ImageCodec.h"
 #include "platform/x11/X11Clipboard.h"
+#include "platform/x11/X11KeySender.h"
 #include "platform/x11/X11Workspace.h"
 #include "support/Images.h"
 #include "support/TemporaryFolder.h"
@@ -239,6 +244,105 @@ TEST_F(X11ClipboardTest, ABurstOfCopiesArrivesInOrderCoalescedByTheTick) {
     // A tick every 0.3 s over about 5 s of copying sees at least a dozen of them.
     EXPECT_GE(captured().size(), 12u);
     EXPECT_EQ(state.capture().capturedThisSession().value(), static_cast<long long>(captured().size()));
+}
+
+// A window of ours with the keyboard focus, which tells the keys it receives as "+Control_L", "-v".
+class KeyWindow {
+public:
+    KeyWindow(const std::string& display, const std::string& windowClass) {
+        connection_ = xcb_connect(display.c_str(), nullptr);
+        xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data;
+        window_ = xcb_generate_id(connection_);
+        uint32_t events = XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_KEY_RELEASE;
+        xcb_create_window(connection_, XCB_COPY_FROM_PARENT, window_, screen->root, 0, 0, 200, 100, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, XCB_CW_EVENT_MASK, &events);
+        std::string value = windowClass + '\0' + windowClass + '\0';
+        xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, window_, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
+                            static_cast<uint32_t>(value.size()), value.data());
+        auto active = xcb_intern_atom_reply(connection_, xcb_intern_atom(connection_, 0, 18, "_NET_ACTIVE_WINDOW"),
+                                            nullptr);
+        xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, screen->root, active->atom, XCB_ATOM_WINDOW, 32, 1,
+                            &window_);
+        std::free(active);
+        xcb_map_window(connection_, window_);
+        xcb_set_input_focus(connection_, XCB_INPUT_FOCUS_POINTER_ROOT, window_, XCB_CURRENT_TIME);
+        xcb_flush(connection_);
+        symbols_ = xcb_key_symbols_alloc(connection_);
+    }
+    ~KeyWindow() {
+        xcb_key_symbols_free(symbols_);
+        xcb_disconnect(connection_);
+    }
+    // What arrived so far.
+    std::string received() {
+        xcb_flush(connection_);
+        while (xcb_generic_event_t* event = xcb_poll_for_event(connection_)) {
+            uint8_t type = event->response_type & 0x7f;
+            if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE) {
+                auto* key = reinterpret_cast<xcb_key_press_event_t*>(event);
+                const char* name = XKeysymToStringOrNull(xcb_key_symbols_get_keysym(symbols_, key->detail, 0));
+                keys_ += std::string(type == XCB_KEY_PRESS ? "+" : "-") + (name ? name : "?") + " ";
+            }
+            std::free(event);
+        }
+        return keys_;
+    }
+    xcb_connection_t* connection() { return connection_; }
+    xcb_keycode_t keycode(xcb_keysym_t symbol) {
+        xcb_keycode_t* codes = xcb_key_symbols_get_keycode(symbols_, symbol);
+        xcb_keycode_t code = codes ? codes[0] : 0;
+        std::free(codes);
+        return code;
+    }
+
+private:
+    static const char* XKeysymToStringOrNull(xcb_keysym_t symbol) {
+        switch (symbol) {
+        case XK_Control_L: return "Control_L";
+        case XK_Shift_L: return "Shift_L";
+        case XK_Super_L: return "Super_L";
+        case XK_v: return "v";
+        case XK_Insert: return "Insert";
+        }
+        return nullptr;
+    }
+
+    xcb_connection_t* connection_;
+    xcb_window_t window_;
+    xcb_key_symbols_t* symbols_;
+    std::string keys_;
+};
+
+TEST_F(X11ClipboardTest, ThePasteKeystrokeWaitsForTheHotkeysModifiersAndSuitsTerminals) {
+    auto created = X11KeySender::create(loop_, *x11_);
+    ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11KeySender>>(created));
+    X11KeySender& sender = *std::get<std::unique_ptr<X11KeySender>>(created);
+    bool isSent = false;
+    auto send = [&](PasteKeystroke keystroke) {
+        isSent = false;
+        sender.sendPaste(keystroke, [&](bool sent) { isSent = sent; });
+    };
+
+    KeyWindow editor(session_.display(), "gedit");
+    send(PasteKeystroke::automatic);
+    ASSERT_TRUE(runUntil([&] { return isSent && editor.received().ends_with("-Control_L "); })) << editor.received();
+    EXPECT_EQ(editor.received(), "+Control_L +v -v -Control_L ");
+
+    // Super still held from the hotkey: the keystroke waits for its release.
+    KeyWindow terminal(session_.display(), "kitty");
+    xcb_keycode_t super = terminal.keycode(XK_Super_L);
+    xcb_test_fake_input(terminal.connection(), XCB_KEY_PRESS, super, XCB_CURRENT_TIME, XCB_WINDOW_NONE, 0, 0, 0);
+    xcb_flush(terminal.connection());
+    runUntil([] { return false; }, 0.1);
+    send(PasteKeystroke::automatic);
+    runUntil([] { return false; }, 0.2);
+    EXPECT_FALSE(isSent) << "sent while Super was down";
+    xcb_test_fake_input(terminal.connection(), XCB_KEY_RELEASE, super, XCB_CURRENT_TIME, XCB_WINDOW_NONE, 0, 0, 0);
+    xcb_flush(terminal.connection());
+    ASSERT_TRUE(runUntil([&] { return isSent; }));
+    runUntil([&] { return terminal.received().ends_with("-Control_L "); });
+    EXPECT_EQ(terminal.received(), "+Super_L -Super_L +Control_L +Shift_L +v -v -Shift_L -Control_L ")
+        << "a terminal gets Ctrl+Shift+V, after Super is up";
 }
 
 }  // namespace

@@ -1,0 +1,53 @@
+#pragma once
+// The synthesised paste keystroke, through XTest. It is sent once the
+// modifiers the user still holds from a hotkey are up, so that Super+Ctrl+1
+// doesn't arrive as Super+Ctrl+V; after a second of waiting they are lifted
+// for the keystroke instead. Which keystroke: the setting `paste.keystroke`,
+// `auto` by default: Ctrl+Shift+V into a known terminal, Ctrl+V elsewhere.
+
+#include <xcb/xcb_keysyms.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/Log.h"
+#include "platform/x11/X11Connection.h"
+
+namespace tamarind {
+
+enum class PasteKeystroke { automatic, controlV, shiftInsert, controlShiftV };
+
+// "auto", "ctrl+v", "shift+insert", "ctrl+shift+v"; unknown strings read as automatic.
+PasteKeystroke pasteKeystrokeOrAutomatic(std::string_view raw);
+// A window class of a terminal, where Ctrl+V is not paste.
+bool isTerminalWindowClass(std::string_view windowClass);
+
+class X11KeySender {
+public:
+    // None, with the reason, when the server lacks XTEST.
+    static std::variant<std::unique_ptr<X11KeySender>, std::string> create(MainLoop& loop, X11Connection& x11);
+    ~X11KeySender();
+
+    // Sends the keystroke (automatic: by the active window's class) once the held modifiers
+    // are up, then calls `done` with whether it was sent.
+    void sendPaste(PasteKeystroke keystroke, std::function<void(bool)> done);
+
+private:
+    X11KeySender(MainLoop& loop, X11Connection& x11);
+    // Modifier keys held now.
+    std::vector<xcb_keycode_t> heldModifiers();
+    void waitThenSend(std::vector<xcb_keysym_t> keys, int attemptsLeft, std::function<void(bool)> done);
+    void press(const std::vector<xcb_keycode_t>& keys);
+    std::optional<std::string> activeWindowClass();
+
+    MainLoop& loop_;
+    X11Connection& x11_;
+    xcb_key_symbols_t* symbols_;
+    TaskHandle wait_;
+    Log log_{"paste"};
+};
+
+}  // namespace tamarind

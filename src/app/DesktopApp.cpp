@@ -140,6 +140,11 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
         return 1;
     }
     X11Connection& x11 = *std::get<std::unique_ptr<X11Connection>>(connection);
+    // The session ended, or the X server died: nothing more can be captured.
+    x11.setOnDisconnected([log] {
+        log.error("Lost the connection to the X display; stopping.");
+        QApplication::exit(1);
+    });
     auto clipboard = X11Clipboard::create(loop, x11);
     if (auto* error = std::get_if<std::string>(&clipboard)) {
         log.fault("Cannot watch the clipboard: %{public}s.", *error);

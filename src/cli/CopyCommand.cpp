@@ -59,6 +59,7 @@ ClipboardContent contentOf(CliContext& context, Clip clip, const CopyOptions& op
     bool isOwner = false;
     std::optional<X11ClipboardWriter> writer;
     if (x11) {
+        (*x11)->setOnDisconnected([&loop] { loop.quit(); });
         writer.emplace(**x11);
         writer->setOnLost([&loop] { loop.quit(); });
         isOwner = writer->write(std::move(content));
@@ -101,6 +102,7 @@ void runPaste(CliContext& context, const CopyOptions& options) {
     auto opened = X11Connection::open(loop);
     auto* x11 = std::get_if<std::unique_ptr<X11Connection>>(&opened);
     if (!x11) refuse(std::get<std::string>(opened));
+    (*x11)->setOnDisconnected([&loop] { loop.quit(); });
     auto created = X11KeySender::create(loop, **x11);
     auto* sender = std::get_if<std::unique_ptr<X11KeySender>>(&created);
     if (!sender) refuse(std::get<std::string>(created) + "; the clip was copied, paste it by hand");

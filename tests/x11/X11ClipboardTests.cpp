@@ -8,6 +8,7 @@
 #include <xcb/xtest.h>
 
 #include <fstream>
+#include <thread>
 
 #include "app/AppState.h"
 #include "foundation/PollMainLoop.h"
@@ -28,7 +29,13 @@ protected:
         if (!session_.isRunning()) GTEST_SKIP() << session_.problem();
         if (!X11Session::hasProgram("xclip")) GTEST_SKIP() << "xclip is not installed (scripts/setup installs it)";
         auto opened = X11Connection::open(loop_, session_.display().c_str());
-        ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Connection>>(opened));
+        // A server that has only just started may still turn a connection away.
+        for (int attempt = 0; attempt < 20 && !std::holds_alternative<std::unique_ptr<X11Connection>>(opened);
+             ++attempt) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            opened = X11Connection::open(loop_, session_.display().c_str());
+        }
+        ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Connection>>(opened)) << std::get<std::string>(opened);
         x11_ = std::move(std::get<std::unique_ptr<X11Connection>>(opened));
         auto created = X11Clipboard::create(loop_, *x11_);
         ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Clipboard>>(created));

@@ -72,6 +72,11 @@ void X11Connection::dispatch() {
         for (std::size_t i = 0, count = listeners_.size(); i < count; ++i) listeners_[i](*event);
         std::free(event);
     }
+    // A closed socket stays readable: without this the loop would spin on it.
+    if (xcb_connection_has_error(connection_)) {
+        watch_.stop();
+        if (auto onDisconnected = std::move(onDisconnected_)) onDisconnected();
+    }
 }
 
 std::optional<X11Connection::Property> X11Connection::property(xcb_window_t window, xcb_atom_t name, bool deletes) {

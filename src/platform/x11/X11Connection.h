@@ -36,6 +36,9 @@ public:
     // The atom's name; empty for an atom the server doesn't know.
     std::string atomName(xcb_atom_t atom);
 
+    // Called once when the server goes away (or the connection breaks): nothing more will come.
+    void setOnDisconnected(std::function<void()> onDisconnected) { onDisconnected_ = std::move(onDisconnected); }
+
     // Listeners see every event, in order; they ignore what isn't theirs.
     using Listener = std::function<void(const xcb_generic_event_t&)>;
     void addListener(Listener listener) { listeners_.push_back(std::move(listener)); }
@@ -69,6 +72,7 @@ private:
     std::map<std::string, xcb_atom_t> atoms_;
     std::map<xcb_atom_t, std::string> names_;
     std::vector<Listener> listeners_;
+    std::function<void()> onDisconnected_;
     FdWatch watch_;
     bool isDispatchPosted_ = false;
     std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);

@@ -11,6 +11,7 @@
 
 #include "cli/ClipFormat.h"
 #include "cli/Commands.h"
+#include "paste/ClipActions.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 #include "library/ClipClassifier.h"
@@ -260,12 +261,9 @@ void runShow(CliContext& context, const std::string& argument, bool json, bool r
     }
 }
 
+// The full image, else at least the thumbnail.
 std::optional<std::string> imageBytes(CliContext& context, const Clip& clip) {
-    if (clip.blobFilename) {
-        auto contents = readWholeFile(context.store().blobStore().url(*clip.blobFilename));
-        if (contents.bytes) return contents.bytes;
-    }
-    if (clip.fullImageData) return stringFromData(*clip.fullImageData);
+    if (auto image = fullImage(clip, context.store().blobStore())) return stringFromData(*image);
     if (clip.thumbnailData) return stringFromData(*clip.thumbnailData);
     return std::nullopt;
 }

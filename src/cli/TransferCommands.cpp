@@ -10,7 +10,7 @@
 
 #include "cli/ClipFormat.h"
 #include "cli/Commands.h"
-#include "foundation/Files.h"
+#include "paste/ClipActions.h"
 #include "library/ImageCodec.h"
 
 namespace tamarind::cli {
@@ -22,18 +22,10 @@ constexpr long long kClipsPerSave = 1000;
 
 // --- export ----------------------------------------------------------------------------------------
 
-std::optional<Data> imageData(CliContext& context, const Clip& clip) {
-    if (clip.blobFilename) {
-        auto contents = readWholeFile(context.store().blobStore().url(*clip.blobFilename));
-        if (contents.bytes) return dataFromString(*contents.bytes);
-    }
-    return clip.fullImageData;
-}
-
 OrderedJson exportLine(CliContext& context, const Clip& clip) {
     OrderedJson line = clipJson(clip, true);
     if (clip.richTextData) line["richTextData"] = base64Encode(*clip.richTextData);
-    if (auto image = imageData(context, clip)) {
+    if (auto image = fullImage(clip, context.store().blobStore())) {
         line["imageData"] = base64Encode(*image);
         std::string extension = clip.blobFilename ? std::filesystem::path(*clip.blobFilename).extension().string() : "";
         line["imageFileExtension"] = extension == ".tiff" ? "tiff" : "png";

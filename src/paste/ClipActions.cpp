@@ -34,6 +34,12 @@ std::string applying(CopyTransform transform, std::string_view text) {
     return std::string(text);
 }
 
+std::optional<Data> fullImage(const Clip& clip, const BlobStore& blobStore) {
+    if (clip.blobFilename)
+        if (auto bytes = readWholeFile(blobStore.url(*clip.blobFilename)).bytes) return dataFromString(*bytes);
+    return clip.fullImageData;
+}
+
 std::optional<ClipboardContent> copyContent(const Clip& clip, CopyTransform transform, const BlobStore& blobStore) {
     ClipboardContent content;
     auto transformedText = [&]() -> std::optional<std::string> {
@@ -43,11 +49,8 @@ std::optional<ClipboardContent> copyContent(const Clip& clip, CopyTransform tran
     switch (clip.clipKind()) {
     case ClipKind::image:
     case ClipKind::screenshot: {
-        std::optional<std::string> bytes;
-        if (clip.blobFilename) bytes = readWholeFile(blobStore.url(*clip.blobFilename)).bytes;
-        if (!bytes && clip.fullImageData) bytes = stringFromData(*clip.fullImageData);
-        if (!bytes) return std::nullopt;
-        content.image = dataFromString(*bytes);
+        content.image = fullImage(clip, blobStore);
+        if (!content.image) return std::nullopt;
         content.imageExtension = clip.blobFilename && clip.blobFilename->ends_with(".tiff") ? "tiff" : "png";
         return content;
     }

@@ -25,6 +25,10 @@ std::string_view rawValue(CopyTransform transform);
 std::optional<CopyTransform> copyTransformFromRawValue(std::string_view raw);
 std::string applying(CopyTransform transform, std::string_view text);
 
+// A clip's full image: its file in the blob store, else the bytes sync carried. None when neither
+// can be read.
+std::optional<Data> fullImage(const Clip& clip, const BlobStore& blobStore);
+
 // What a copy of the clip puts on the clipboard. Text kinds: the text through the transform;
 // rich text: its RTF and HTML unchanged, and the plain text through the transform; images: the
 // blob file (else the inline data), never transformed; files: their paths as files, or else the

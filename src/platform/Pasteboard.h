@@ -23,6 +23,18 @@ struct ClipboardContent {
     std::vector<FileURL> files;
 };
 
+// Everything the clipboard holds, copied into memory (never to disk) so that it can be put back
+// after a paste: per item, each type with its bytes, in the owner's order. X11 has one item.
+struct PasteboardArchive {
+    using Item = std::vector<std::pair<std::string, Data>>;
+    std::vector<Item> items;
+    bool isEmpty() const {
+        for (const Item& item : items)
+            if (!item.empty()) return false;
+        return true;
+    }
+};
+
 class Pasteboard {
 public:
     virtual ~Pasteboard() = default;
@@ -36,6 +48,13 @@ public:
     // Replaces what the clipboard holds (empty content clears it), served for as long as this
     // program owns it. False when the system gave it to nobody.
     virtual bool write(ClipboardContent content) = 0;
+
+    // Reads every type the clipboard offers, as bytes, and calls `done` on the main loop; queued
+    // behind a read under way, as readSnapshot is.
+    virtual void readArchive(std::function<void(PasteboardArchive)> done) = 0;
+    // Serves an archive's types again (the first non-empty item where only one can be held). With
+    // no item, the clipboard is only cleared.
+    virtual bool writeArchive(const PasteboardArchive& archive) = 0;
 };
 
 }  // namespace tamarind

@@ -109,7 +109,7 @@ void X11Clipboard::onEvent(const xcb_generic_event_t& event) {
         const auto& notify = reinterpret_cast<const xcb_xfixes_selection_notify_event_t&>(event);
         // An owner that went away leaves the clipboard empty: nothing new to read.
         if (notify.selection == clipboard_ && notify.subtype == XCB_XFIXES_SELECTION_EVENT_SET_SELECTION_OWNER &&
-            notify.owner != XCB_WINDOW_NONE)
+            notify.owner != XCB_WINDOW_NONE && !(writer_ && notify.owner == writer_->window()))
             ++changeCount_;
         return;
     }
@@ -144,20 +144,57 @@ void X11Clipboard::onEvent(const xcb_generic_event_t& event) {
     }
 }
 
+bool X11Clipboard::countWrite(bool isOwner) {
+    // At once, so that a paste can note the count its own write made.
+    if (isOwner) ++changeCount_;
+    return isOwner;
+}
+
 bool X11Clipboard::write(ClipboardContent content) {
     if (!writer_) writer_ = std::make_unique<X11ClipboardWriter>(x11_);
-    return writer_->write(std::move(content));
+    return countWrite(writer_->write(content));
+}
+
+bool X11Clipboard::writeArchive(const PasteboardArchive& archive) {
+    if (!writer_) writer_ = std::make_unique<X11ClipboardWriter>(x11_);
+    std::vector<std::pair<std::string, std::string>> targets;
+    // One selection holds one item: the first that has anything.
+    for (const PasteboardArchive::Item& item : archive.items) {
+        if (item.empty()) continue;
+        for (const auto& [type, bytes] : item) targets.emplace_back(type, stringFromData(bytes));
+        break;
+    }
+    return countWrite(writer_->writeTargets(std::move(targets)));
 }
 
 void X11Clipboard::readSnapshot(std::function<void(PasteboardSnapshot)> done) {
-    queued_.push_back(std::move(done));
+    Read read;
+    read.done = std::move(done);
+    queued_.push_back(std::move(read));
+    if (!read_) startNextRead();
+}
+
+void X11Clipboard::readArchive(std::function<void(PasteboardArchive)> done) {
+    // What we serve ourselves needs no round trip through the server.
+    if (ownsClipboard() && !read_) {
+        PasteboardArchive archive;
+        PasteboardArchive::Item item;
+        for (auto& [type, bytes] : writer_->servedTargets()) item.emplace_back(type, dataFromString(bytes));
+        archive.items.push_back(std::move(item));
+        loop_.post([done = std::move(done), archive = std::move(archive)]() mutable { done(std::move(archive)); });
+        return;
+    }
+    Read read;
+    read.archiveDone = std::move(done);
+    queued_.push_back(std::move(read));
     if (!read_) startNextRead();
 }
 
 void X11Clipboard::startNextRead() {
     if (queued_.empty()) return;
-    read_ = Read{std::move(queued_.front()), PasteboardSnapshot{}, {Step{x11_.atom("TARGETS"), "TARGETS", Field::targets}}, 0};
+    read_ = std::move(queued_.front());
     queued_.pop_front();
+    read_->steps = {Step{x11_.atom("TARGETS"), "TARGETS", Field::targets}};
     requestNextStep();
 }
 
@@ -201,6 +238,10 @@ void X11Clipboard::takeTargets(const std::string& bytes) {
         if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
     }
     read_->snapshot.types = names;
+    if (read_->archiveDone) {
+        for (const std::string& name : names) read_->steps.push_back(Step{x11_.atom(name), name, Field::raw});
+        return;
+    }
     auto offered = [&](std::string_view name) { return std::find(names.begin(), names.end(), name) != names.end(); };
     auto first = [&](auto candidates) -> std::optional<std::string> {
         for (std::string_view candidate : candidates)
@@ -246,6 +287,7 @@ void X11Clipboard::take(const Step& step, std::string bytes) {
     case Field::string: snapshot.string = step.name == "STRING" ? latin1ToUtf8(bytes) : validUtf8(bytes); break;
     case Field::rtf: snapshot.rtfData = dataFromString(bytes); break;
     case Field::html: snapshot.htmlString = htmlToUtf8(bytes); break;
+    case Field::raw: read_->archived.emplace_back(step.name, dataFromString(bytes)); break;
     }
 }
 
@@ -253,6 +295,14 @@ void X11Clipboard::finishRead() {
     Read read = std::move(*read_);
     read_.reset();
     read.snapshot.changeCount = changeCount_;
+    if (read.archiveDone) {
+        PasteboardArchive archive;
+        if (!read.archived.empty()) archive.items.push_back(std::move(read.archived));
+        loop_.post([done = std::move(read.archiveDone), archive = std::move(archive)]() mutable {
+            done(std::move(archive));
+        });
+        return startNextRead();
+    }
     loop_.post([done = std::move(read.done), snapshot = std::move(read.snapshot)]() mutable { done(std::move(snapshot)); });
     startNextRead();
 }

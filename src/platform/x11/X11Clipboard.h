@@ -36,20 +36,25 @@ public:
     long long changeCount() const override { return changeCount_; }
     void readSnapshot(std::function<void(PasteboardSnapshot)> done) override;
     bool write(ClipboardContent content) override;
+    void readArchive(std::function<void(PasteboardArchive)> done) override;
+    bool writeArchive(const PasteboardArchive& archive) override;
 
     // The protocol's targets, never clipboard content.
     static bool isProtocolTarget(std::string_view name);
 
 private:
-    enum class Field { targets, image, files, string, rtf, html };
+    enum class Field { targets, image, files, string, rtf, html, raw };
     struct Step {
         xcb_atom_t target = XCB_ATOM_NONE;
         std::string name;
         Field field = Field::targets;
     };
+    // A read for a snapshot, or (with `archiveDone`) for an archive of every target as bytes.
     struct Read {
         std::function<void(PasteboardSnapshot)> done;
+        std::function<void(PasteboardArchive)> archiveDone;
         PasteboardSnapshot snapshot;
+        PasteboardArchive::Item archived;
         std::vector<Step> steps;
         std::size_t next = 0;
     };
@@ -62,6 +67,9 @@ private:
     void takeTargets(const std::string& bytes);
     void take(const Step& step, std::string bytes);
     void finishRead();
+    // Our own clipboard counts once, at the write, not again when the server tells of it.
+    bool ownsClipboard() const { return writer_ && writer_->isOwner(); }
+    bool countWrite(bool isOwner);
 
     MainLoop& loop_;
     X11Connection& x11_;
@@ -70,7 +78,7 @@ private:
     xcb_atom_t property_;
     xcb_atom_t incr_;
     long long changeCount_ = 0;
-    std::deque<std::function<void(PasteboardSnapshot)>> queued_;
+    std::deque<Read> queued_;
     std::optional<Read> read_;
     // The transfer under way: its target, and the chunks of an INCR one.
     xcb_atom_t awaitedTarget_ = XCB_ATOM_NONE;

@@ -62,12 +62,23 @@ X11ClipboardWriter::~X11ClipboardWriter() {
     x11_.flush();
 }
 
-bool X11ClipboardWriter::write(ClipboardContent content) {
+bool X11ClipboardWriter::write(const ClipboardContent& content) { return writeTargets(representations(content)); }
+
+std::vector<std::pair<std::string, std::string>> X11ClipboardWriter::servedTargets() {
+    std::vector<std::pair<std::string, std::string>> targets;
+    for (xcb_atom_t atom : targets_)
+        if (auto found = served_.find(atom); found != served_.end())
+            targets.emplace_back(x11_.atomName(atom), *found->second);
+    return targets;
+}
+
+bool X11ClipboardWriter::writeTargets(std::vector<std::pair<std::string, std::string>> targets) {
     served_.clear();
     targets_ = {x11_.atom("TARGETS"), x11_.atom("TIMESTAMP"), x11_.atom("MULTIPLE")};
-    for (auto& [target, bytes] : representations(content)) {
+    for (auto& [target, bytes] : targets) {
         xcb_atom_t atom = x11_.atom(target);
-        served_[atom] = std::move(bytes);
+        if (served_.contains(atom)) continue;
+        served_[atom] = std::make_shared<const std::string>(std::move(bytes));
         targets_.push_back(atom);
     }
     transfers_.clear();
@@ -94,7 +105,7 @@ bool X11ClipboardWriter::answer(xcb_window_t requestor, xcb_atom_t target, xcb_a
     }
     auto found = served_.find(target);
     if (found == served_.end()) return false;
-    const std::string& bytes = found->second;
+    const std::string& bytes = *found->second;
     if (bytes.size() <= chunkSize_) {
         xcb_change_property(connection, XCB_PROP_MODE_REPLACE, requestor, property, target, 8,
                             static_cast<uint32_t>(bytes.size()), bytes.data());
@@ -106,7 +117,7 @@ bool X11ClipboardWriter::answer(xcb_window_t requestor, xcb_atom_t target, xcb_a
     xcb_change_window_attributes(connection, requestor, XCB_CW_EVENT_MASK, &events);
     uint32_t size = static_cast<uint32_t>(std::min<std::size_t>(bytes.size(), UINT32_MAX));
     xcb_change_property(connection, XCB_PROP_MODE_REPLACE, requestor, property, x11_.atom("INCR"), 32, 1, &size);
-    transfers_.push_back({requestor, property, target, bytes});
+    transfers_.push_back({requestor, property, target, found->second});
     return true;
 }
 
@@ -158,9 +169,9 @@ void X11ClipboardWriter::onEvent(const xcb_generic_event_t& event) {
         if (notify.state != XCB_PROPERTY_DELETE) return;
         for (auto it = transfers_.begin(); it != transfers_.end(); ++it) {
             if (it->requestor != notify.window || it->property != notify.atom) continue;
-            std::size_t length = std::min(chunkSize_, it->data.size() - it->sent);
+            std::size_t length = std::min(chunkSize_, it->data->size() - it->sent);
             xcb_change_property(x11_.connection(), XCB_PROP_MODE_REPLACE, it->requestor, it->property, it->type, 8,
-                                static_cast<uint32_t>(length), it->data.data() + it->sent);
+                                static_cast<uint32_t>(length), it->data->data() + it->sent);
             it->sent += length;
             if (length == 0) transfers_.erase(it);
             x11_.flush();

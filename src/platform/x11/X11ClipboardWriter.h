@@ -25,8 +25,13 @@ public:
     ~X11ClipboardWriter();
 
     // Takes the clipboard with this content. False when the server gave it to nobody.
-    bool write(ClipboardContent content);
+    bool write(const ClipboardContent& content);
+    // Takes it with these targets and their bytes, served as they are (an archive put back).
+    bool writeTargets(std::vector<std::pair<std::string, std::string>> targets);
     bool isOwner() const { return isOwner_; }
+    xcb_window_t window() const { return window_; }
+    // What is served now, in the order TARGETS lists it, without the protocol's own targets.
+    std::vector<std::pair<std::string, std::string>> servedTargets();
     // Called once when another client takes the clipboard.
     void setOnLost(std::function<void()> onLost) { onLost_ = std::move(onLost); }
 
@@ -38,7 +43,7 @@ private:
         xcb_window_t requestor;
         xcb_atom_t property;
         xcb_atom_t type;
-        std::string data;
+        std::shared_ptr<const std::string> data;
         std::size_t sent = 0;
     };
 
@@ -49,7 +54,8 @@ private:
     X11Connection& x11_;
     xcb_window_t window_;
     xcb_atom_t clipboard_;
-    std::map<xcb_atom_t, std::string> served_;
+    // Shared with the INCR transfers under way, so a large image isn't copied per reader.
+    std::map<xcb_atom_t, std::shared_ptr<const std::string>> served_;
     std::vector<xcb_atom_t> targets_;
     xcb_timestamp_t ownedSince_ = XCB_CURRENT_TIME;
     bool isOwner_ = false;

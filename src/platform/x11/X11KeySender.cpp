@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "foundation/Text.h"
+#include "platform/HotKeys.h"
 
 namespace tamarind {
 
@@ -85,6 +86,24 @@ void X11KeySender::press(const std::vector<xcb_keycode_t>& keys) {
     for (auto key = keys.rbegin(); key != keys.rend(); ++key)
         xcb_test_fake_input(x11_.connection(), XCB_KEY_RELEASE, *key, XCB_CURRENT_TIME, XCB_WINDOW_NONE, 0, 0, 0);
     x11_.flush();
+}
+
+int X11KeySender::currentModifierFlags() {
+    xcb_connection_t* connection = x11_.connection();
+    auto pointer = xcb_query_pointer_reply(connection, xcb_query_pointer(connection, x11_.root()), nullptr);
+    if (!pointer) return 0;
+    uint16_t mask = pointer->mask;
+    std::free(pointer);
+    int flags = 0;
+    if (mask & XCB_MOD_MASK_SHIFT) flags |= ModifierFlag::shift;
+    if (mask & XCB_MOD_MASK_CONTROL) flags |= ModifierFlag::control;
+    if (mask & XCB_MOD_MASK_1) flags |= ModifierFlag::option;
+    if (mask & XCB_MOD_MASK_4) flags |= ModifierFlag::command;
+    return flags;
+}
+
+void X11KeySender::sendPaste(std::function<void(bool)> done) {
+    sendPaste(keystrokeSetting_ ? keystrokeSetting_() : PasteKeystroke::automatic, std::move(done));
 }
 
 void X11KeySender::sendPaste(PasteKeystroke keystroke, std::function<void(bool)> done) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "foundation/Log.h"
+#include "platform/KeyEvents.h"
 #include "platform/x11/X11Connection.h"
 
 namespace tamarind {
@@ -25,11 +26,16 @@ PasteKeystroke pasteKeystrokeOrAutomatic(std::string_view raw);
 // A window class of a terminal, where Ctrl+V is not paste.
 bool isTerminalWindowClass(std::string_view windowClass);
 
-class X11KeySender {
+class X11KeySender final : public KeyEvents {
 public:
     // None, with the reason, when the server lacks XTEST.
     static std::variant<std::unique_ptr<X11KeySender>, std::string> create(MainLoop& loop, X11Connection& x11);
-    ~X11KeySender();
+    ~X11KeySender() override;
+
+    // Where KeyEvents::sendPaste learns which keystroke the settings ask for; automatic without it.
+    void setKeystrokeSetting(std::function<PasteKeystroke()> setting) { keystrokeSetting_ = std::move(setting); }
+    int currentModifierFlags() override;
+    void sendPaste(std::function<void(bool)> done) override;
 
     // Sends the keystroke (automatic: by the active window's class) once the held modifiers
     // are up, then calls `done` with whether it was sent.
@@ -46,6 +52,7 @@ private:
     MainLoop& loop_;
     X11Connection& x11_;
     xcb_key_symbols_t* symbols_;
+    std::function<PasteKeystroke()> keystrokeSetting_;
     TaskHandle wait_;
     Log log_{"paste"};
 };

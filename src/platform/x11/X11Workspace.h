@@ -3,7 +3,8 @@
 // process (_NET_WM_PID) and class (WM_CLASS). The id is the Flatpak or Snap
 // app id when the process runs in one, else the id of the desktop file that
 // claims the window class, else the class itself; the name is the desktop
-// file's Name, else the class. Main thread only.
+// file's Name, else the class. A window of this very process is this
+// program's own (kOwnBundleID). Main thread only.
 
 #include <functional>
 #include <map>
@@ -34,6 +35,10 @@ public:
     std::optional<RunningApplication> frontmostApplication() override;
     // From the root window's _NET_ACTIVE_WINDOW, which the window manager sets.
     void setOnActivation(std::function<void()> onActivation) override;
+    bool isTerminated(const RunningApplication& application) override;
+    // Asks the window manager with a _NET_ACTIVE_WINDOW message; with no window manager running,
+    // focuses and raises the window itself.
+    bool activate(const RunningApplication& application) override;
 
     // The folders of the XDG base-directory rules.
     static std::vector<std::string> defaultApplicationFolders();

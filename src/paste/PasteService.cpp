@@ -1,0 +1,194 @@
+#include "paste/PasteService.h"
+
+#include <algorithm>
+
+#include "capture/MultiClipPayload.h"
+#include "library/FileBookmark.h"
+#include "library/ImageCodec.h"
+#include "foundation/Files.h"
+
+namespace tamarind {
+
+namespace {
+
+bool isPng(const Data& bytes) {
+    static constexpr std::uint8_t kSignature[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    return bytes.size() >= sizeof kSignature && std::equal(std::begin(kSignature), std::end(kSignature), bytes.begin());
+}
+
+std::vector<FileURL> fileURLs(const std::vector<std::string>& paths) {
+    std::vector<FileURL> files;
+    for (const std::string& path : paths) files.push_back(FileURL{path});
+    return files;
+}
+
+}  // namespace
+
+std::string_view rawValue(PasteOutcome outcome) {
+    switch (outcome) {
+    case PasteOutcome::pasted: return "pasted";
+    case PasteOutcome::accessibilityMissing: return "accessibilityMissing";
+    case PasteOutcome::noTarget: return "noTarget";
+    case PasteOutcome::nothingToPaste: return "nothingToPaste";
+    }
+    return "pasted";
+}
+
+std::optional<ClipboardContent> pasteContent(const Clip& clip, bool asPlainText, std::string_view multiClipSeparator,
+                                             const BlobStore& blobStore) {
+    ClipboardContent content;
+    auto nonEmptyText = [&]() -> std::optional<std::string> {
+        if (!clip.text || clip.text->empty()) return std::nullopt;
+        return clip.text;
+    };
+    if (asPlainText) {
+        content.text = nonEmptyText();
+        if (!content.text) return std::nullopt;
+        return content;
+    }
+    switch (clip.clipKind()) {
+    case ClipKind::text:
+    case ClipKind::link:
+    case ClipKind::code:
+    case ClipKind::color: content.text = nonEmptyText(); break;
+    case ClipKind::richText:
+        content.rtf = clip.richTextData;
+        content.html = clip.htmlString;
+        content.text = clip.text;
+        break;
+    case ClipKind::image:
+    case ClipKind::screenshot: {
+        // A blob that can't be read writes nothing, even when inline data exists.
+        std::optional<Data> image = clip.fullImageData;
+        if (clip.blobFilename) {
+            auto bytes = readWholeFile(blobStore.url(*clip.blobFilename)).bytes;
+            image = bytes ? std::optional<Data>(dataFromString(*bytes)) : std::nullopt;
+        }
+        if (!image) return std::nullopt;
+        // Labelled PNG whatever the blob is; readers decode by the label, so the bytes become PNG.
+        if (!isPng(*image)) image = convertToPng(*image);
+        if (!image) return std::nullopt;
+        content.image = std::move(image);
+        content.imageExtension = "png";
+        break;
+    }
+    case ClipKind::file: {
+        if (clip.fileBookmarks) content.files = decodeFileBookmarks(*clip.fileBookmarks);
+        if (content.files.empty()) content.text = nonEmptyText();
+        break;
+    }
+    case ClipKind::multiClip: {
+        MultiClipPayload payload;
+        if (clip.multiClipData)
+            if (auto decoded = MultiClipPayload::decode(*clip.multiClipData)) payload = std::move(*decoded);
+        std::string text = payload.items.empty() ? clip.text.value_or("") : payload.joinedText(multiClipSeparator);
+        content.files = fileURLs(payload.filePaths());
+        if (!text.empty()) content.text = std::move(text);
+        break;
+    }
+    }
+    if (!content.text && !content.html && !content.rtf && !content.image && content.files.empty()) return std::nullopt;
+    return content;
+}
+
+PasteService::PasteService(MainLoop& loop, PlatformForPaste platform, BlobStore blobStore,
+                           const CapturePreferences& preferences)
+    : loop_(loop),
+      platform_(platform),
+      blobStore_(std::move(blobStore)),
+      preferences_(preferences),
+      needsAccessibilityOnboarding_(loop, false) {}
+
+PasteService::~PasteService() { *isAlive_ = false; }
+
+void PasteService::recordTargetApplication() {
+    std::optional<RunningApplication> frontmost = platform_.workspace.frontmostApplication();
+    if (!frontmost) return;
+    // Our own surface in front: the last real target stays.
+    if (frontmost->bundleID.value_or("") == kOwnBundleID) return;
+    targetApplication_ = frontmost;
+    log_.debug("Paste target recorded: %{public}s", frontmost->bundleID.value_or(""));
+}
+
+bool PasteService::write(const Clip& clip, bool asPlainText) {
+    std::string joiner = separator(preferences_.multiClipJoiner().value(), preferences_.multiClipCustomSeparator().value());
+    std::optional<ClipboardContent> content = pasteContent(clip, asPlainText, joiner, blobStore_);
+    if (!content) {
+        platform_.pasteboard.write(ClipboardContent{});
+        return false;
+    }
+    return platform_.pasteboard.write(std::move(*content));
+}
+
+void PasteService::paste(const Clip& clip, Request request, std::function<void(PasteOutcome)> done) {
+    // The archive is only kept for the restore, so with the restore off none is taken: reading
+    // every type of another application's clipboard costs a round trip each.
+    if (!preferences_.restoresPasteboardAfterPaste().value())
+        return pasteAfterArchive(clip, std::move(request), std::nullopt, std::move(done));
+    platform_.pasteboard.readArchive([this, alive = std::weak_ptr<bool>(isAlive_), clip, request = std::move(request),
+                                      done = std::move(done)](PasteboardArchive archive) mutable {
+        if (alive.expired()) return;
+        pasteAfterArchive(clip, std::move(request), std::move(archive), std::move(done));
+    });
+}
+
+void PasteService::pasteAfterArchive(const Clip& clip, Request request, std::optional<PasteboardArchive> archive,
+                                      std::function<void(PasteOutcome)> done) {
+    auto finish = [this, done = std::move(done)](PasteOutcome outcome) {
+        loop_.post([done, outcome] { done(outcome); });
+    };
+    if (!write(clip, request.asPlainText)) return finish(PasteOutcome::nothingToPaste);
+    if (request.onWritten) request.onWritten();
+    if (request.hidePanel) request.hidePanel();
+    if (platform_.permissions && !platform_.permissions->hasAccessibilityAccess()) {
+        needsAccessibilityOnboarding_.set(true);
+        log_.log("Paste blocked: Accessibility not granted. Content was copied.");
+        return finish(PasteOutcome::accessibilityMissing);
+    }
+    if (!targetApplication_ || platform_.workspace.isTerminated(*targetApplication_)) {
+        log_.log("Paste blocked: no target application. Content was copied.");
+        return finish(PasteOutcome::noTarget);
+    }
+    RunningApplication target = *targetApplication_;
+    platform_.workspace.activate(target);
+    std::erase_if(waits_, [](const TaskHandle& wait) { return !wait.isPending(); });
+    waits_.push_back(loop_.postDelayed(kPasteActivationWait, [this, target, archive = std::move(archive),
+                                                              finish]() mutable {
+        pressPaste(std::move(target), std::move(archive), finish);
+    }));
+}
+
+void PasteService::pressPaste(RunningApplication target, std::optional<PasteboardArchive> archive,
+                              std::function<void(PasteOutcome)> done) {
+    auto afterKeystroke = [this, alive = std::weak_ptr<bool>(isAlive_), target, archive = std::move(archive),
+                           done = std::move(done)](bool isSent) mutable {
+        if (alive.expired()) return;
+        if (!isSent) log_.error("Could not create an event source for the paste keystroke.");
+        log_.info("Pasted into %{public}s.", target.name.value_or("unknown"));
+        if (archive && preferences_.restoresPasteboardAfterPaste().value()) {
+            std::erase_if(waits_, [](const TaskHandle& wait) { return !wait.isPending(); });
+            waits_.push_back(loop_.postDelayed(kPasteRestoreWait, [this, archive = std::move(*archive)]() mutable {
+                restore(std::move(archive));
+            }));
+        }
+        done(PasteOutcome::pasted);
+    };
+    if (!platform_.keyEvents) return afterKeystroke(false);
+    platform_.keyEvents->sendPaste(std::move(afterKeystroke));
+}
+
+void PasteService::restore(PasteboardArchive archive) {
+    if (archive.isEmpty()) return;
+    std::erase_if(archive.items, [](const PasteboardArchive::Item& item) { return item.empty(); });
+    platform_.pasteboard.writeArchive(archive);
+    log_.info("Original pasteboard contents restored.");
+}
+
+void PasteService::requestAccessibility() {
+    bool isGranted = platform_.permissions ? platform_.permissions->requestAccessibilityAccess() : true;
+    if (isGranted) return;
+    log_.info("Requesting Accessibility access.");
+    needsAccessibilityOnboarding_.set(true);
+}
+
+}  // namespace tamarind

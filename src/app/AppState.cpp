@@ -14,6 +14,7 @@ TamarindStores openLibrary(const Paths& paths) {
 AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, PlatformServices platform,
                    std::optional<TamarindStores> stores)
     : loop_(loop),
+      defaults_(defaults),
       isCapturePaused_(loop, false),
       loginItem_(platform.loginItem),
       launchAtLoginStatus_(loop, LoginItemStatus::notRegistered) {
@@ -29,6 +30,17 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
     store_->setCaptureLimits(captureLimits(*preferences_));
     monitor_ = std::make_unique<ClipboardMonitor>(loop, platform.pasteboard, platform.workspace);
     capture_ = std::make_unique<ClipCaptureService>(loop, *store_, *preferences_, *monitor_);
+    paste_ = std::make_unique<PasteService>(
+        loop, PlatformForPaste{platform.pasteboard, platform.workspace, platform.permissions, platform.keyEvents},
+        BlobStore(paths.blobs()), *preferences_);
+    if (platform.hotKeys && platform.hud) {
+        shortcuts_ = std::make_unique<KeyboardShortcuts>(defaults, *platform.hotKeys, declaredDefaultShortcut);
+        pasteCoordinator_ = std::make_unique<PasteCoordinator>(
+            loop, *store_, *paste_, *platform.hud, *shortcuts_, defaults, platform.keyEvents,
+            [permissions = permissions_.get(), alive = std::weak_ptr<bool>(isAlive_)] {
+                if (!alive.expired() && permissions) permissions->requestAccessibility();
+            });
+    }
     if (platform.suspension)
         platform.suspension->setHandler(
             [monitor = monitor_.get(), alive = std::weak_ptr<bool>(isAlive_)](bool isSuspending, const std::string& reason) {
@@ -61,6 +73,11 @@ void AppState::start() {
             return isAlive && *isAlive && collect->stage(snapshot, kind);
         });
     capture_->start();
+    paste_->recordTargetApplication();
+    if (pasteCoordinator_) {
+        pasteCoordinator_->registerShortcuts();
+        shortcuts_->onKeyDown("collectMode", [collect = collectMode_.get()] { collect->toggle(); });
+    }
     // Another process (the command line) may write the same library.
     store_->watchForOutsideChanges(std::chrono::seconds(1));
     isCapturePaused_.set(preferences_->isPaused().value());
@@ -82,6 +99,26 @@ void AppState::setLaunchAtLogin(bool enable) {
         log_.log("Launch at login %{public}s.", enable ? "enabled" : "disabled");
     }
     launchAtLoginStatus_.set(loginItem_->status());
+}
+
+std::string AppState::setShortcut(const std::string& name, std::optional<Shortcut> shortcut) {
+    if (!pasteCoordinator_) return "hotkeys are not available in this session";
+    std::optional<Uuid> clipID = clipIDOfShortcutName(name);
+    if (!clipID && !globalShortcutDescriptor(name)) return "no shortcut is named " + name;
+    if (clipID && !shortcut) {
+        pasteCoordinator_->unbind(*clipID);
+        shortcuts_->setShortcut(std::nullopt, name);
+        return "";
+    }
+    shortcuts_->setShortcut(shortcut, name);
+    if (clipID) pasteCoordinator_->bind(*clipID);
+    if (shortcut && shortcuts_->hasHandler(name) && !shortcuts_->registered().contains(name))
+        return shortcut->description() + " is held by another program; it is saved and tried again at the next start";
+    return "";
+}
+
+std::string AppState::resetShortcut(const std::string& name) {
+    return setShortcut(name, declaredDefaultShortcut(name));
 }
 
 void AppState::armAutoResume(bool isPaused) {

@@ -18,6 +18,9 @@
 #include "platform/LoginItem.h"
 #include "platform/SuspensionEvents.h"
 #include "library/ClipStore.h"
+#include "paste/PasteCoordinator.h"
+#include "paste/PasteService.h"
+#include "paste/hotkeys/GlobalShortcuts.h"
 #include "rules/SmartRuleStore.h"
 
 namespace tamarind {
@@ -27,7 +30,10 @@ struct PlatformServices {
     Workspace& workspace;
     SuspensionEvents* suspension = nullptr;  // none: capture is never suspended
     LoginItem* loginItem = nullptr;          // none: always "not registered"
-    Permissions* permissions = nullptr;      // none: no permission manager
+    Permissions* permissions = nullptr;      // none: no permission manager, every grant assumed
+    KeyEvents* keyEvents = nullptr;          // none: a paste leaves the clip on the clipboard
+    HotKeys* hotKeys = nullptr;              // with a HUD: the hotkeys and their pastes
+    HUD* hud = nullptr;
 };
 
 class AppState {
@@ -48,6 +54,10 @@ public:
     CollectModeService& collectMode() { return *collectMode_; }
     ClipboardMonitor& monitor() { return *monitor_; }
     ClipCaptureService& capture() { return *capture_; }
+    PasteService& paste() { return *paste_; }
+    // Present when the platform has hotkeys and a HUD.
+    KeyboardShortcuts* shortcuts() { return shortcuts_.get(); }
+    PasteCoordinator* pasteCoordinator() { return pasteCoordinator_.get(); }
     const Observable<bool>& isCapturePaused() const { return isCapturePaused_; }
     bool isAutoResumeArmed() const { return autoResumeTask_.isPending(); }
     const Observable<LoginItemStatus>& launchAtLoginStatus() const { return launchAtLoginStatus_; }
@@ -58,6 +68,10 @@ public:
     void togglePause();
     // Registers or unregisters the login item; the status ends as the item reports it.
     void setLaunchAtLogin(bool enable);
+    // A shortcut changed from outside (the command line): none clears it; a clip's shortcut binds
+    // or unbinds the clip. Empty when done, else what went wrong.
+    std::string setShortcut(const std::string& name, std::optional<Shortcut> shortcut);
+    std::string resetShortcut(const std::string& name);
 
 private:
     void armAutoResume(bool isPaused);
@@ -70,6 +84,10 @@ private:
     std::unique_ptr<CollectModeService> collectMode_;
     std::unique_ptr<ClipboardMonitor> monitor_;
     std::unique_ptr<ClipCaptureService> capture_;
+    std::unique_ptr<PasteService> paste_;
+    std::unique_ptr<KeyboardShortcuts> shortcuts_;
+    std::unique_ptr<PasteCoordinator> pasteCoordinator_;
+    Defaults& defaults_;
     Observable<bool> isCapturePaused_;
     LoginItem* loginItem_;
     Observable<LoginItemStatus> launchAtLoginStatus_;

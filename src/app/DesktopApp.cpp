@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <QKeyEvent>
 
 #include "app/AppState.h"
 #include "app/MenuBarController.h"
@@ -16,10 +17,13 @@
 #include "platform/qt/QtMainLoop.h"
 #include "platform/qt/QtStatusItem.h"
 #include "platform/x11/X11Clipboard.h"
+#include "platform/x11/X11HotKeys.h"
+#include "platform/x11/X11KeySender.h"
 #include "platform/x11/X11Permissions.h"
 #include "platform/x11/X11Workspace.h"
 #include "platform/xdg/XdgAutostart.h"
 #include "ui/CollectModeHUD.h"
+#include "ui/HUDController.h"
 
 namespace tamarind {
 
@@ -76,6 +80,28 @@ private:
     FdWatch watch_;
 };
 
+// While a menu of ours is open it holds the keyboard and the hotkeys' grabs are silent: its key
+// presses are matched against them by hand, so that the hotkeys keep working.
+class MenuKeyFilter final : public QObject {
+public:
+    explicit MenuKeyFilter(X11HotKeys& hotKeys) : hotKeys_(hotKeys) {}
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::KeyPress && QApplication::activePopupWidget()) {
+            auto* key = static_cast<QKeyEvent*>(event);
+            if (!key->isAutoRepeat() &&
+                hotKeys_.dispatchKeyPress(static_cast<xcb_keycode_t>(key->nativeScanCode()),
+                                          static_cast<uint16_t>(key->nativeModifiers())))
+                return true;
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    X11HotKeys& hotKeys_;
+};
+
 }  // namespace
 
 int runDesktopApp(const Paths& paths, bool isTestHost) {
@@ -118,6 +144,21 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
     handlers.collectToggle = [&running] {
         if (running) running->collectMode().toggle();
     };
+    handlers.pasteSlot = [&running](int slot) {
+        if (running && running->pasteCoordinator()) running->pasteCoordinator()->pasteSlot(slot - 1);
+    };
+    handlers.pasteNext = [&running] {
+        if (running && running->pasteCoordinator()) running->pasteCoordinator()->pasteNext();
+    };
+    handlers.setShortcut = [&running](const std::string& name, const std::string& json) -> std::string {
+        if (!running) return "Tamarind is still starting";
+        std::optional<Shortcut> shortcut;
+        if (!json.empty() && !(shortcut = Shortcut::fromJson(json))) return "not a stored shortcut: " + json;
+        return running->setShortcut(name, shortcut);
+    };
+    handlers.resetShortcut = [&running](const std::string& name) -> std::string {
+        return running ? running->resetShortcut(name) : "Tamarind is still starting";
+    };
     switch (control.claim(handlers)) {
     case DBusControl::Claim::claimed: break;
     case DBusControl::Claim::alreadyRunning:
@@ -158,9 +199,21 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
     QuitSignals quitSignals(loop);
 
     PlistFileDefaults defaults(paths.defaultsFile(), [&loop] { return loop.clock().wallNow(); });
+    auto keySender = X11KeySender::create(loop, x11);
+    X11KeySender* keys = nullptr;
+    if (auto* sender = std::get_if<std::unique_ptr<X11KeySender>>(&keySender)) {
+        keys = sender->get();
+        keys->setKeystrokeSetting([&running] {
+            return running ? running->preferences().pasteKeystroke().value() : PasteKeystroke::automatic;
+        });
+    } else {
+        log.error("Pasting can't type for you: %{public}s. Clips are still copied.", std::get<std::string>(keySender));
+    }
+    X11HotKeys hotKeys(loop, x11);
+    HUDController hud(loop);
     AppState state(loop, defaults, paths,
                    PlatformServices{*std::get<std::unique_ptr<X11Clipboard>>(clipboard), workspace, &suspension,
-                                    loginItem ? &*loginItem : nullptr, &permissions});
+                                    loginItem ? &*loginItem : nullptr, &permissions, keys, &hotKeys, &hud});
     if (isTestHost) {
         // Tests of the process itself: no menu, no capture, nothing that reaches the desktop.
         log.log("Launched as a test host; skipping UI and capture setup.");
@@ -178,6 +231,8 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
     if (!QtStatusItem::isTrayAvailable())
         log.info("No status area on this desktop: the icon shows once one appears (a StatusNotifierItem host).");
     state.start();
+    MenuKeyFilter menuKeys(hotKeys);
+    application.installEventFilter(&menuKeys);
     CollectModeHUD collectHUD(state.collectMode());
     running = &state;
     log.log("Login item status: %{public}s.", loginItemStatusText(state.launchAtLoginStatus().value()));

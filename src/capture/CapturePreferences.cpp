@@ -54,6 +54,7 @@ CapturePreferences::CapturePreferences(Defaults& defaults, MainLoop& loop)
       isScreenshotHistoryEnabled_(loop, boolOrDefault(captureKeys::screenshotHistoryEnabled, true)),
       deletesOriginalScreenshot_(loop, defaults.boolValue(captureKeys::deletesOriginalScreenshot)),
       preferredColorFormat_(loop, colorFormatOrHex(defaults.string(captureKeys::preferredColorFormat).value_or(""))),
+      pasteKeystroke_(loop, pasteKeystrokeOrAutomatic(defaults.string(captureKeys::pasteKeystroke).value_or(""))),
       multiClipJoiner_(loop, multiClipJoinerOrNewline(defaults.string(captureKeys::multiClipJoiner).value_or(""))),
       multiClipCustomSeparator_(loop, defaults.string(captureKeys::multiClipCustomSeparator).value_or(" | ")),
       minimumCharacters_(loop, defaults.integer(captureKeys::minimumCharacters)),
@@ -113,6 +114,11 @@ void CapturePreferences::setDeletesOriginalScreenshot(bool value) {
 void CapturePreferences::setPreferredColorFormat(ColorFormat value) {
     preferredColorFormat_.set(value);
     defaults_.set(captureKeys::preferredColorFormat, rawValue(value));
+}
+
+void CapturePreferences::setPasteKeystroke(PasteKeystroke value) {
+    pasteKeystroke_.set(value);
+    defaults_.set(captureKeys::pasteKeystroke, std::string(rawValue(value)));
 }
 
 void CapturePreferences::setMultiClipJoiner(MultiClipJoiner value) {

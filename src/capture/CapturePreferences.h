@@ -15,6 +15,7 @@
 #include "foundation/Observable.h"
 #include "library/ClipStore.h"
 #include "paste/ColorFormat.h"
+#include "platform/KeyEvents.h"
 
 namespace tamarind {
 
@@ -29,6 +30,7 @@ inline constexpr const char* ocrEnabled = "capture.ocrEnabled";
 inline constexpr const char* screenshotHistoryEnabled = "capture.screenshotHistoryEnabled";
 inline constexpr const char* deletesOriginalScreenshot = "capture.deletesOriginalScreenshot";
 inline constexpr const char* preferredColorFormat = "capture.preferredColorFormat";
+inline constexpr const char* pasteKeystroke = "paste.keystroke";
 inline constexpr const char* multiClipJoiner = "multiClip.joiner";
 inline constexpr const char* multiClipCustomSeparator = "multiClip.customSeparator";
 inline constexpr const char* minimumCharacters = "capture.minimumCharacters";
@@ -58,6 +60,7 @@ public:
     const Observable<bool>& isScreenshotHistoryEnabled() const { return isScreenshotHistoryEnabled_; }
     const Observable<bool>& deletesOriginalScreenshot() const { return deletesOriginalScreenshot_; }
     const Observable<ColorFormat>& preferredColorFormat() const { return preferredColorFormat_; }
+    const Observable<PasteKeystroke>& pasteKeystroke() const { return pasteKeystroke_; }
     const Observable<MultiClipJoiner>& multiClipJoiner() const { return multiClipJoiner_; }
     const Observable<std::string>& multiClipCustomSeparator() const { return multiClipCustomSeparator_; }
     const Observable<long long>& minimumCharacters() const { return minimumCharacters_; }
@@ -77,6 +80,7 @@ public:
     void setScreenshotHistoryEnabled(bool value);
     void setDeletesOriginalScreenshot(bool value);
     void setPreferredColorFormat(ColorFormat value);
+    void setPasteKeystroke(PasteKeystroke value);
     void setMultiClipJoiner(MultiClipJoiner value);
     void setMultiClipCustomSeparator(std::string value);
     void setMinimumCharacters(long long value);
@@ -101,6 +105,7 @@ private:
     Observable<bool> isScreenshotHistoryEnabled_;
     Observable<bool> deletesOriginalScreenshot_;
     Observable<ColorFormat> preferredColorFormat_;
+    Observable<PasteKeystroke> pasteKeystroke_;
     Observable<MultiClipJoiner> multiClipJoiner_;
     Observable<std::string> multiClipCustomSeparator_;
     Observable<long long> minimumCharacters_;

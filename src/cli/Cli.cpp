@@ -32,6 +32,7 @@ void configure(CLI::App& app, CliContext& context) {
     addAppCommands(app, context);
     addAutostartCommand(app, context);
     addCopyCommand(app, context);
+    addShortcutCommands(app, context);
 }
 
 }  // namespace

@@ -47,6 +47,11 @@ void addTransferCommands(CLI::App& app, CliContext& context);
 void addAppCommands(CLI::App& app, CliContext& context);
 void addAutostartCommand(CLI::App& app, CliContext& context);
 void addCopyCommand(CLI::App& app, CliContext& context);
+void addShortcutCommands(CLI::App& app, CliContext& context);
+
+// Copies the clip (a background child serves it) and types the paste keystroke into the window
+// in front, as `tamarind paste` does.
+void pasteClip(CliContext& context, const std::string& id, bool isPlain);
 
 // Reads a file, or stdin for "-". Refused when it can't be read.
 std::string readInput(CliContext& context, const std::string& path);

@@ -107,7 +107,7 @@ void runPaste(CliContext& context, const CopyOptions& options) {
     auto* sender = std::get_if<std::unique_ptr<X11KeySender>>(&created);
     if (!sender) refuse(std::get<std::string>(created) + "; the clip was copied, paste it by hand");
     bool isSent = false;
-    (*sender)->sendPaste(pasteKeystrokeOrAutomatic(context.defaults().string("paste.keystroke").value_or("auto")),
+    (*sender)->sendPaste(context.preferences().pasteKeystroke().value(),
                          [&](bool sent) {
                              isSent = sent;
                              loop.quit();
@@ -117,6 +117,13 @@ void runPaste(CliContext& context, const CopyOptions& options) {
 }
 
 }  // namespace
+
+void pasteClip(CliContext& context, const std::string& id, bool isPlain) {
+    CopyOptions options;
+    options.id = id;
+    options.isPlain = isPlain;
+    runPaste(context, options);
+}
 
 void addCopyCommand(CLI::App& app, CliContext& context) {
     auto options = std::make_shared<CopyOptions>();
@@ -137,7 +144,7 @@ void addCopyCommand(CLI::App& app, CliContext& context) {
         "paste", "Copy a clip and type the paste keystroke into the window in front (the setting paste.keystroke)");
     paste->add_option("id", pasting->id, "Clip id or unique prefix")->required();
     paste->add_flag("--plain", pasting->isPlain, "Text only, without its HTML or RTF");
-    paste->callback([&context, pasting] { runPaste(context, *pasting); });
+    paste->callback([&context, pasting] { pasteClip(context, pasting->id, pasting->isPlain); });
 }
 
 }  // namespace tamarind::cli

@@ -114,6 +114,9 @@ const std::vector<Setting>& settings() {
                         &P::sensitiveHandling, &P::setSensitiveHandling),
             enumSetting(captureKeys::preferredColorFormat, "How colours are copied", kAllColorFormats,
                         &P::preferredColorFormat, &P::setPreferredColorFormat),
+            enumSetting(captureKeys::pasteKeystroke,
+                        "The keystroke that pastes (auto: Ctrl+Shift+V into terminals, Ctrl+V elsewhere)",
+                        kAllPasteKeystrokes, &P::pasteKeystroke, &P::setPasteKeystroke),
             enumSetting(captureKeys::multiClipJoiner, "What joins the parts of a multi-clip", kAllMultiClipJoiners,
                         &P::multiClipJoiner, &P::setMultiClipJoiner),
         };

@@ -2,6 +2,7 @@
 // Xvfb without a panel or a window manager (not a test):
 //   ui_shot OUT.png menu [paused] [collecting]   the status icon's menu
 //   ui_shot OUT.png collect N                    collect mode's panel with N copies staged
+//   ui_shot OUT.png hud [error]                  the paste feedback panel, over a plain desktop
 
 #include <QApplication>
 #include <QScreen>
@@ -14,11 +15,12 @@
 #include "platform/qt/QtMainLoop.h"
 #include "platform/qt/QtStatusItem.h"
 #include "ui/CollectModeHUD.h"
+#include "ui/HUDController.h"
 
 int main(int argc, char** argv) {
     using namespace tamarind;
     if (argc < 3) {
-        std::fprintf(stderr, "usage: ui_shot OUT.png menu [paused] [collecting] | collect N\n");
+        std::fprintf(stderr, "usage: ui_shot OUT.png menu [paused] [collecting] | collect N | hud [error]\n");
         return 2;
     }
     QApplication application(argc, argv);
@@ -43,10 +45,27 @@ int main(int argc, char** argv) {
     actions.quit = [] {};
     MenuBarController controller(item, isPaused, isCollecting, appearance, actions);
     CollectModeHUD hud(collectMode);
+    HUDController pasteHUD(loop);
+    // A light desktop behind the paste panel, so that the picture shows whether its corners are
+    // cut or drawn black (Xvfb's root is black, and it has no compositor to blend translucency).
+    QWidget desktop(nullptr, Qt::FramelessWindowHint | Qt::X11BypassWindowManagerHint);
 
     bool isMenu = std::strcmp(argv[2], "menu") == 0;
+    bool isPasteHUD = std::strcmp(argv[2], "hud") == 0;
     if (isMenu) {
         item.menu().popup(QPoint(20, 20));
+    } else if (isPasteHUD) {
+        desktop.setGeometry(QGuiApplication::primaryScreen()->geometry());
+        desktop.setStyleSheet("background: #D9DEE7;");
+        desktop.show();
+        QTimer::singleShot(200, [&] {
+            if (has("error")) {
+                pasteHUD.show({"tray", "No clip in slot 4", std::nullopt, true}, std::chrono::seconds(5));
+            } else {
+                pasteHUD.show({"doc.on.clipboard", "Pasted slot 3", "Quarterly report draft\u2026", false},
+                              std::chrono::seconds(5));
+            }
+        });
     } else {
         collectMode.begin();
         int staged = argc > 3 ? std::atoi(argv[3]) : 0;
@@ -57,7 +76,7 @@ int main(int argc, char** argv) {
         }
     }
     QTimer::singleShot(600, [&] {
-        QWidget* shown = isMenu ? static_cast<QWidget*>(&item.menu()) : hud.panel();
+        QWidget* shown = isMenu ? static_cast<QWidget*>(&item.menu()) : isPasteHUD ? pasteHUD.panel() : hud.panel();
         QRect area = shown ? shown->geometry().adjusted(-20, -20, 20, 20) : QRect();
         QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(), area.width(), area.height());
         QApplication::exit(shown && shot.save(argv[1]) ? 0 : 1);

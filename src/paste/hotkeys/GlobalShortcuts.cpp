@@ -47,6 +47,11 @@ std::string pasteSlotShortcutName(int index) { return "pasteSlot" + std::to_stri
 
 std::string clipShortcutName(const Uuid& id) { return "clip." + id.uuidString(); }
 
+std::optional<Uuid> clipIDOfShortcutName(std::string_view name) {
+    if (!name.starts_with("clip.")) return std::nullopt;
+    return Uuid::parse(name.substr(5));
+}
+
 Shortcut slotDefaultShortcut(int index) { return Shortcut::withFlags(kSlotKeyCodes.at(index), kCommandControl); }
 
 const std::vector<ShortcutDescriptor>& globalShortcutDescriptors() {

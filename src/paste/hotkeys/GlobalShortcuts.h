@@ -33,6 +33,8 @@ Shortcut slotDefaultShortcut(int index);
 
 std::string pasteSlotShortcutName(int index);  // "pasteSlot0"
 std::string clipShortcutName(const Uuid& id);  // "clip.<UPPERCASE UUID>"
+// The clip of a "clip.<UUID>" name; none for any other name.
+std::optional<Uuid> clipIDOfShortcutName(std::string_view name);
 // "1st", "2nd", "3rd", "4th", …, "11th", "12th", "13th", "21st".
 std::string ordinal(int number);
 

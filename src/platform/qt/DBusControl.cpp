@@ -18,7 +18,7 @@ DBusControl::Claim DBusControl::claim(ControlHandlers handlers) {
     return Claim::alreadyRunning;
 }
 
-DBusControl::Reply DBusControl::call(const std::string& method) {
+DBusControl::Reply DBusControl::call(const std::string& method, const QVariantList& arguments) {
     // Blocking calls need an application object, which a command-line process makes here.
     if (!QCoreApplication::instance()) {
         static int argc = 1;
@@ -30,6 +30,7 @@ DBusControl::Reply DBusControl::call(const std::string& method) {
     if (!bus.isConnected()) return {false, {}, "there is no session bus (is DBUS_SESSION_BUS_ADDRESS set?)"};
     QDBusMessage message = QDBusMessage::createMethodCall(kDBusServiceName, kDBusObjectPath, kDBusServiceName,
                                                           QString::fromStdString(method));
+    message.setArguments(arguments);
     QDBusMessage reply = bus.call(message, QDBus::Block, 5000);
     if (reply.type() == QDBusMessage::ErrorMessage) {
         bool isAbsent = reply.errorName() == "org.freedesktop.DBus.Error.ServiceUnknown" ||
@@ -64,6 +65,20 @@ void DBusControl::CollectCancel() {
 }
 void DBusControl::CollectToggle() {
     if (handlers_.collectToggle) handlers_.collectToggle();
+}
+void DBusControl::PasteSlot(int slot) {
+    if (handlers_.pasteSlot) handlers_.pasteSlot(slot);
+}
+void DBusControl::PasteNext() {
+    if (handlers_.pasteNext) handlers_.pasteNext();
+}
+QString DBusControl::SetShortcut(const QString& name, const QString& json) {
+    if (!handlers_.setShortcut) return "shortcuts are not available";
+    return QString::fromStdString(handlers_.setShortcut(name.toStdString(), json.toStdString()));
+}
+QString DBusControl::ResetShortcut(const QString& name) {
+    if (!handlers_.resetShortcut) return "shortcuts are not available";
+    return QString::fromStdString(handlers_.resetShortcut(name.toStdString()));
 }
 QString DBusControl::Status() { return handlers_.status ? QString::fromStdString(handlers_.status()) : QString("{}"); }
 

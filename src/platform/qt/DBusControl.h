@@ -3,11 +3,14 @@
 // session (a second start asks the first to show itself), and the commands the
 // command line sends it. Object /com/tamarind/Tamarind, interface
 // com.tamarind.Tamarind: Show(), Pause(), Resume(), TogglePause(), the collect
-// mode's CollectBegin(), CollectFinish(), CollectCancel(), CollectToggle(), and
-// Status() -> a JSON object of the capture state.
+// mode's CollectBegin(), CollectFinish(), CollectCancel(), CollectToggle(),
+// Status() -> a JSON object of the capture state, PasteSlot(slot 1…10),
+// PasteNext(), and SetShortcut(name, stored JSON or "" to clear) and
+// ResetShortcut(name) -> "" or what went wrong.
 
 #include <QObject>
 #include <QString>
+#include <QVariantList>
 
 #include <functional>
 #include <optional>
@@ -28,6 +31,11 @@ struct ControlHandlers {
     std::function<void()> collectFinish;
     std::function<void()> collectCancel;
     std::function<void()> collectToggle;
+    std::function<void(int slot)> pasteSlot;  // 1 … 10
+    std::function<void()> pasteNext;
+    // "" when done, else the reason.
+    std::function<std::string(const std::string& name, const std::string& json)> setShortcut;
+    std::function<std::string(const std::string& name)> resetShortcut;
 };
 
 class DBusControl final : public QObject {
@@ -46,7 +54,7 @@ public:
         std::string value;
         std::string error;
     };
-    static Reply call(const std::string& method);
+    static Reply call(const std::string& method, const QVariantList& arguments = {});
 
 public Q_SLOTS:
     void Show();
@@ -58,6 +66,10 @@ public Q_SLOTS:
     void CollectFinish();
     void CollectCancel();
     void CollectToggle();
+    void PasteSlot(int slot);
+    void PasteNext();
+    QString SetShortcut(const QString& name, const QString& json);
+    QString ResetShortcut(const QString& name);
 
 private:
     ControlHandlers handlers_;

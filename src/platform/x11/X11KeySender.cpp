@@ -19,13 +19,6 @@ constexpr int kModifierPolls = 100;  // a second, then the modifiers are lifted
 
 }  // namespace
 
-PasteKeystroke pasteKeystrokeOrAutomatic(std::string_view raw) {
-    if (raw == "ctrl+v") return PasteKeystroke::controlV;
-    if (raw == "shift+insert") return PasteKeystroke::shiftInsert;
-    if (raw == "ctrl+shift+v") return PasteKeystroke::controlShiftV;
-    return PasteKeystroke::automatic;
-}
-
 bool isTerminalWindowClass(std::string_view windowClass) {
     static constexpr std::string_view kTerminals[] = {
         "gnome-terminal", "gnome-terminal-server", "org.gnome.terminal", "org.gnome.console", "kgx", "konsole",

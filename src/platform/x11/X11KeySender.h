@@ -19,10 +19,6 @@
 
 namespace tamarind {
 
-enum class PasteKeystroke { automatic, controlV, shiftInsert, controlShiftV };
-
-// "auto", "ctrl+v", "shift+insert", "ctrl+shift+v"; unknown strings read as automatic.
-PasteKeystroke pasteKeystrokeOrAutomatic(std::string_view raw);
 // A window class of a terminal, where Ctrl+V is not paste.
 bool isTerminalWindowClass(std::string_view windowClass);
 

@@ -1,0 +1,296 @@
+// Hotkeys to pastes, end to end: the built app on a private X server and session bus, hotkeys
+// pressed through XTest, and our paste_target window recording what each paste brought it.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <X11/keysym.h>
+#include <xcb/xcb_keysyms.h>
+#include <xcb/xtest.h>
+
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "foundation/Json.h"
+#include "support/Images.h"
+#include "support/ProcessRunner.h"
+#include "support/TemporaryFolder.h"
+#include "support/X11Session.h"
+
+namespace tamarind {
+namespace {
+
+using namespace std::chrono_literals;
+
+class HotkeyPasteTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!session_.isRunning()) GTEST_SKIP() << session_.problem();
+        if (!X11Session::hasProgram("xclip")) GTEST_SKIP() << "xclip is not installed";
+        ASSERT_TRUE(session_.startSessionBus()) << "dbus-daemon did not start";
+        session_.setEnvironment("TAMARIND_HOME", home_.path().string());
+        for (int attempt = 0; attempt < 40 && !keyboard_; ++attempt) {
+            xcb_connection_t* connection = xcb_connect(session_.display().c_str(), nullptr);
+            if (xcb_connection_has_error(connection)) {
+                xcb_disconnect(connection);
+                std::this_thread::sleep_for(50ms);
+                continue;
+            }
+            keyboard_ = connection;
+        }
+        ASSERT_TRUE(keyboard_) << "no connection to " << session_.display();
+        symbols_ = xcb_key_symbols_alloc(keyboard_);
+    }
+    void TearDown() override {
+        if (symbols_) xcb_key_symbols_free(symbols_);
+        if (keyboard_) xcb_disconnect(keyboard_);
+    }
+
+    ProcessResult tamarind(std::vector<std::string> arguments, std::optional<std::string> input = std::nullopt) {
+        return runProcess(ProcessCommand{TAMARIND_BINARY, std::move(arguments),
+                                         {{"DISPLAY", session_.display()},
+                                          {"DBUS_SESSION_BUS_ADDRESS", session_.sessionBusAddress()},
+                                          {"TAMARIND_HOME", home_.path().string()}},
+                                         std::move(input)});
+    }
+    std::string add(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"add", "--json"});
+        return parseJson(tamarind(arguments).out).value_or(Json()).value("id", "");
+    }
+
+    // The app, with its log in a file; returns once it answers on the bus with its hotkeys up.
+    void startApp() {
+        app_ = session_.start("/bin/sh", {"-c", "TAMARIND_LOG_LEVEL=info exec \"$0\" 2>\"$1\"", TAMARIND_BINARY,
+                                          appLog().string()});
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            if (tamarind({"status"}).exitCode == 0 && appLogText().find("paste slots") != std::string::npos) return;
+            std::this_thread::sleep_for(50ms);
+        }
+        FAIL() << "the app did not come up: " << appLogText();
+    }
+    std::filesystem::path appLog() { return home_.path() / "app.log"; }
+    std::string appLogText() {
+        std::ifstream file(appLog());
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    }
+
+    // Our window, focused and active; what was pasted into it, one JSON object per paste.
+    void startTarget(const std::string& windowClass = "gedit") {
+        target_ = session_.start(TAMARIND_PASTE_TARGET, {pastes().string(), "--class", windowClass}, "ready");
+    }
+    std::filesystem::path pastes() { return home_.path() / "pastes.jsonl"; }
+    std::vector<Json> pasted() {
+        std::vector<Json> lines;
+        std::ifstream file(pastes());
+        for (std::string line; std::getline(file, line);)
+            if (auto json = parseJson(line)) lines.push_back(*json);
+        return lines;
+    }
+    // Waits for paste number `count` (from 1) and returns it.
+    Json waitForPaste(std::size_t count) {
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            auto lines = pasted();
+            if (lines.size() >= count) return lines[count - 1];
+            std::this_thread::sleep_for(50ms);
+        }
+        return Json();
+    }
+
+    // Presses the keys in order and releases them in reverse, as a hand on the keyboard does,
+    // holding them for `hold`.
+    void press(std::initializer_list<xcb_keysym_t> keys, std::chrono::milliseconds hold = 0ms) {
+        std::vector<xcb_keycode_t> codes;
+        for (xcb_keysym_t symbol : keys) {
+            xcb_keycode_t* found = xcb_key_symbols_get_keycode(symbols_, symbol);
+            ASSERT_TRUE(found && *found) << "no key for keysym " << symbol;
+            codes.push_back(*found);
+            std::free(found);
+        }
+        for (xcb_keycode_t code : codes)
+            xcb_test_fake_input(keyboard_, XCB_KEY_PRESS, code, XCB_CURRENT_TIME, XCB_WINDOW_NONE, 0, 0, 0);
+        xcb_flush(keyboard_);
+        std::this_thread::sleep_for(hold);
+        for (auto code = codes.rbegin(); code != codes.rend(); ++code)
+            xcb_test_fake_input(keyboard_, XCB_KEY_RELEASE, *code, XCB_CURRENT_TIME, XCB_WINDOW_NONE, 0, 0, 0);
+        xcb_flush(keyboard_);
+    }
+    void pressSlot(xcb_keysym_t digit, bool withShift = false) {
+        // Held a while, as a hand does: Shift is read when the hotkey arrives, and the paste
+        // keystroke waits for the keys to be up.
+        if (withShift) return press({XK_Shift_L, XK_Super_L, XK_Control_L, digit}, 600ms);
+        press({XK_Super_L, XK_Control_L, digit});
+    }
+
+    std::string clipboard(const std::string& target = "UTF8_STRING") {
+        return runProcess(ProcessCommand{"/usr/bin/env", {"xclip", "-o", "-selection", "clipboard", "-t", target},
+                                         {{"DISPLAY", session_.display()}}, std::nullopt})
+            .out;
+    }
+    bool waitForClipboard(const std::string& expected, const std::string& target = "UTF8_STRING") {
+        for (int attempt = 0; attempt < 60; ++attempt) {
+            if (clipboard(target) == expected) return true;
+            std::this_thread::sleep_for(50ms);
+        }
+        return false;
+    }
+
+    X11Session session_;
+    TemporaryFolder home_;
+    xcb_connection_t* keyboard_ = nullptr;
+    xcb_key_symbols_t* symbols_ = nullptr;
+    pid_t app_ = -1;
+    pid_t target_ = -1;
+};
+
+TEST_F(HotkeyPasteTest, SlotsPasteEveryKindIntoTheWindowInFrontAndShiftPastesPlainText) {
+    TemporaryFolder files;
+    std::ofstream(files.path() / "notes.txt") << "notes";
+    std::ofstream(files.path() / "page.html") << "<b>bold</b> words";
+    std::ofstream(files.path() / "tiny.png", std::ios::binary) << stringFromData(makePng(4, 3));
+    ASSERT_FALSE(add({"--file", (files.path() / "notes.txt").string()}).empty());
+    ASSERT_FALSE(add({"--image", (files.path() / "tiny.png").string()}).empty());
+    ASSERT_FALSE(add({"--html", (files.path() / "page.html").string(), "bold words"}).empty());
+    ASSERT_FALSE(add({"plain words"}).empty());
+    startApp();
+    // Nothing the pastes write is captured meanwhile, so the slots keep their order.
+    ASSERT_EQ(tamarind({"pause"}).exitCode, 0);
+    startTarget();
+
+    pressSlot(XK_1);
+    Json text = waitForPaste(1);
+    EXPECT_EQ(text.value("text", ""), "plain words") << text.dump();
+    EXPECT_EQ(text.value("keys", ""), "ctrl+v");
+    pressSlot(XK_2);
+    Json rich = waitForPaste(2);
+    EXPECT_EQ(rich.value("html", ""), "<b>bold</b> words") << rich.dump();
+    EXPECT_EQ(rich.value("text", ""), "bold words");
+    pressSlot(XK_3);
+    EXPECT_EQ(waitForPaste(3).value("image", ""), "4x3") << pasted().back().dump();
+    pressSlot(XK_4);
+    Json file = waitForPaste(4);
+    EXPECT_EQ(file.value("files", Json::array()), Json::array({(files.path() / "notes.txt").string()})) << file.dump();
+
+    pressSlot(XK_2, true);
+    Json plain = waitForPaste(5);
+    EXPECT_EQ(plain.value("text", ""), "bold words") << plain.dump();
+    EXPECT_FALSE(plain.contains("html")) << "Shift pastes plain text";
+    EXPECT_EQ(plain.value("keys", ""), "ctrl+v") << "Shift is up before the keystroke";
+
+    // Without the restore (the default), the last clip stays on the clipboard.
+    std::this_thread::sleep_for(400ms);
+    EXPECT_EQ(clipboard(), "bold words");
+}
+
+TEST_F(HotkeyPasteTest, PasteNextWalksBackWrapsAndStartsOverAfterAnOutsideCopyOrAPause) {
+    for (const char* text : {"a", "b", "c"}) ASSERT_FALSE(add({text}).empty());
+    startApp();
+    ASSERT_EQ(tamarind({"pause"}).exitCode, 0);
+    startTarget();
+    std::vector<std::string> texts;
+    auto next = [&] {
+        press({XK_Super_L, XK_Control_L, XK_Down});
+        texts.push_back(waitForPaste(texts.size() + 1).value("text", "?"));
+    };
+    next();
+    next();
+    next();
+    next();
+    EXPECT_EQ(texts, (std::vector<std::string>{"c", "b", "a", "c"}));
+    next();
+    // Another program copies: the run starts over.
+    session_.start("sh", {"-c", "printf outside | xclip -selection clipboard -i"});
+    ASSERT_TRUE(waitForClipboard("outside"));
+    next();
+    next();
+    // Over five seconds without a press: over again.
+    std::this_thread::sleep_for(5100ms);
+    next();
+    EXPECT_EQ(texts, (std::vector<std::string>{"c", "b", "a", "c", "b", "c", "b", "c"}));
+    // The command line reaches the same cursor.
+    ASSERT_EQ(tamarind({"paste-next"}).exitCode, 0);
+    EXPECT_EQ(waitForPaste(9).value("text", ""), "b");
+}
+
+TEST_F(HotkeyPasteTest, TheRestorePutsBackEveryTargetTheClipboardHadAndAClosedWindowGetsNoKeystroke) {
+    ASSERT_EQ(tamarind({"settings", "set", "paste.restoresPasteboardAfterPaste", "true"}).exitCode, 0)
+        << tamarind({"settings", "set", "paste.restoresPasteboardAfterPaste", "true"}).err;
+    ASSERT_FALSE(add({"pasted clip"}).empty());
+    startApp();
+    ASSERT_EQ(tamarind({"pause"}).exitCode, 0);
+    TemporaryFolder files;
+    std::ofstream(files.path() / "html") << "<i>before</i>";
+    std::ofstream(files.path() / "text") << "before";
+    std::ofstream(files.path() / "custom") << "custom bytes";
+    session_.start(TAMARIND_CLIPBOARD_OWNER,
+                   {"text/html=" + (files.path() / "html").string(), "UTF8_STRING=" + (files.path() / "text").string(),
+                    "application/x-tamarind-test=" + (files.path() / "custom").string()},
+                   "ready");
+    startTarget();
+
+    pressSlot(XK_1);
+    EXPECT_EQ(waitForPaste(1).value("text", ""), "pasted clip");
+    ASSERT_TRUE(waitForClipboard("before")) << "restored after the paste";
+    EXPECT_EQ(clipboard("text/html"), "<i>before</i>");
+    EXPECT_EQ(clipboard("application/x-tamarind-test"), "custom bytes");
+
+    // The window the paste would go to closes: the clip is copied, and no keystroke is sent.
+    session_.stop(target_);
+    pressSlot(XK_1);
+    ASSERT_TRUE(waitForClipboard("pasted clip"));
+    std::this_thread::sleep_for(400ms);
+    EXPECT_EQ(clipboard(), "pasted clip") << "nothing to restore after a paste that didn't happen";
+    EXPECT_NE(appLogText().find("Paste blocked: no target application. Content was copied."), std::string::npos)
+        << appLogText();
+}
+
+TEST_F(HotkeyPasteTest, AHotkeyAnotherProgramHoldsIsReportedAndTheOthersWork) {
+    // Another client holds Super+Ctrl+3.
+    xcb_keycode_t* three = xcb_key_symbols_get_keycode(symbols_, XK_3);
+    ASSERT_TRUE(three);
+    xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(keyboard_)).data->root;
+    xcb_void_cookie_t grab = xcb_grab_key_checked(keyboard_, 1, root, XCB_MOD_MASK_4 | XCB_MOD_MASK_CONTROL, *three,
+                                                  XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+    std::free(three);
+    xcb_generic_error_t* refused = xcb_request_check(keyboard_, grab);
+    ASSERT_FALSE(refused);
+    for (const char* text : {"third", "second", "first"}) ASSERT_FALSE(add({text}).empty());
+    startApp();
+    EXPECT_NE(appLogText().find("Error registering hotkey Super+Ctrl+3: 10"), std::string::npos) << appLogText();
+    ASSERT_EQ(tamarind({"pause"}).exitCode, 0);
+    startTarget();
+    pressSlot(XK_2);
+    EXPECT_EQ(waitForPaste(1).value("text", ""), "second");
+
+    // Moved to free keys from the command line, the slot works at once; the old keys are let go.
+    ProcessResult moved = tamarind({"shortcuts", "set", "pasteSlot2", "Super+Alt+3"});
+    EXPECT_EQ(moved.exitCode, 0) << moved.err;
+    press({XK_Super_L, XK_Alt_L, XK_3});
+    EXPECT_EQ(waitForPaste(2).value("text", ""), "third");
+    ProcessResult taken = tamarind({"shortcuts", "set", "pasteSlot0", "Super+Ctrl+3"});
+    EXPECT_EQ(taken.exitCode, 1);
+    EXPECT_NE(taken.err.find("held by another program"), std::string::npos) << taken.err;
+    EXPECT_NE(tamarind({"shortcuts", "list"}).out.find("pasteSlot0         Super+Ctrl+3"), std::string::npos)
+        << "the setting is kept, to be tried again at the next start";
+}
+
+TEST_F(HotkeyPasteTest, CopyAsGivesAColourInEveryNotation) {
+    std::string colour = add({"#3B5BFD"});
+    ASSERT_FALSE(colour.empty());
+    const std::vector<std::pair<std::string, std::string>> expected = {
+        {"hex", "#3B5BFD"},
+        {"rgb", "rgb(59, 91, 253)"},
+        {"rgba", "rgba(59, 91, 253, 1)"},
+        {"hsl", "hsl(230, 98%, 61%)"},
+        {"swiftUI", "Color(red: 0.231, green: 0.357, blue: 0.992)"},
+        {"uiColor", "UIColor(red: 0.231, green: 0.357, blue: 0.992, alpha: 1)"},
+        {"cssVariable", "--color-3b5bfd: #3B5BFD;"}};
+    for (const auto& [format, text] : expected) {
+        ASSERT_EQ(tamarind({"copy", "--color-format", format, colour.substr(0, 8)}).exitCode, 0) << format;
+        EXPECT_EQ(clipboard(), text) << format;
+    }
+}
+
+}  // namespace
+}  // namespace tamarind

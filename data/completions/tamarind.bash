@@ -6,6 +6,7 @@ _tamarind_collections() { tamarind collections list 2>/dev/null | sed -E 's/^[0-
 _tamarind_rules() { tamarind rules list 2>/dev/null | cut -d' ' -f1; }
 _tamarind_smart() { tamarind smart list 2>/dev/null | cut -d' ' -f1; }
 _tamarind_settings() { tamarind settings list 2>/dev/null | cut -d' ' -f1; }
+_tamarind_shortcuts() { tamarind shortcuts list 2>/dev/null | awk '/^  /{print $1}'; }
 
 _tamarind() {
     local cur prev words cword
@@ -13,7 +14,7 @@ _tamarind() {
 
     local commands="app add list search show get delete pin favorite sensitive collections stats retention
         purge-tombstones remove-orphans wipe doctor rules smart settings export import pause resume status
-        collect autostart copy paste"
+        collect autostart copy paste paste-slot paste-next shortcuts"
     local filters="--search --kind --app --collection --favorites --pinned --within-days"
     local kinds="text richText link image screenshot file code color multiClip"
 
@@ -81,6 +82,12 @@ _tamarind() {
         status) COMPREPLY=($(compgen -W "--json" -- "$cur")) ;;
         collect) [[ -z $sub ]] && COMPREPLY=($(compgen -W "begin finish cancel toggle" -- "$cur")) ;;
         autostart) [[ -z $sub ]] && COMPREPLY=($(compgen -W "on off" -- "$cur")) ;;
+        paste-slot) COMPREPLY=($(compgen -W "1 2 3 4 5 6 7 8 9 10" -- "$cur")) ;;
+        shortcuts)
+            case $sub in
+                "") COMPREPLY=($(compgen -W "list set clear reset --json" -- "$cur")) ;;
+                set | clear | reset) ((cword == 3)) && COMPREPLY=($(compgen -W "$(_tamarind_shortcuts)" -- "$cur")) ;;
+            esac ;;
     esac
 }
 complete -F _tamarind tamarind

@@ -17,6 +17,7 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
       defaults_(defaults),
       isCapturePaused_(loop, false),
       loginItem_(platform.loginItem),
+      hud_(platform.hud),
       launchAtLoginStatus_(loop, LoginItemStatus::notRegistered) {
     if (platform.permissions) permissions_ = std::make_unique<PermissionManager>(loop, *platform.permissions);
     store_ = std::make_unique<ClipStore>(loop, stores ? std::move(*stores) : openLibrary(paths),
@@ -77,6 +78,12 @@ void AppState::start() {
     if (pasteCoordinator_) {
         pasteCoordinator_->registerShortcuts();
         shortcuts_->onKeyDown("collectMode", [collect = collectMode_.get()] { collect->toggle(); });
+    }
+    if (hud_) {
+        collectMode_->setOnStored([hud = hud_] {
+            hud->show(HUDContent{"square.stack.3d.up.fill", kCollectModeStoredTitle, std::nullopt, false},
+                      kPasteHUDDuration);
+        });
     }
     // Another process (the command line) may write the same library.
     store_->watchForOutsideChanges(std::chrono::seconds(1));

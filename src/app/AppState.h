@@ -90,6 +90,7 @@ private:
     Defaults& defaults_;
     Observable<bool> isCapturePaused_;
     LoginItem* loginItem_;
+    HUD* hud_;
     Observable<LoginItemStatus> launchAtLoginStatus_;
     TaskHandle autoResumeTask_;
     std::vector<Subscription> subscriptions_;

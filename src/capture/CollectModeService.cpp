@@ -77,6 +77,7 @@ std::optional<Uuid> CollectModeService::finish() {
     isActive_.set(false);
     log_.log("Collect mode off; stored %{public}ld items as one clip.", count);
     if (onStateChange_) onStateChange_(false);
+    if (onStored_) onStored_();
     return id;
 }
 

@@ -27,6 +27,8 @@ public:
     const Observable<bool>& isActive() const { return isActive_; }
     const Observable<MultiClipPayload>& payload() const { return payload_; }
     void setOnStateChange(std::function<void(bool)> onStateChange) { onStateChange_ = std::move(onStateChange); }
+    // Called once a finish has stored the stack as a clip, for the HUD.
+    void setOnStored(std::function<void()> onStored) { onStored_ = std::move(onStored); }
 
     void begin();
     // Stores the stack as one clip (none when it is empty) and ends collecting. The new clip's
@@ -46,6 +48,7 @@ private:
     Observable<bool> isActive_;
     Observable<MultiClipPayload> payload_;
     std::function<void(bool)> onStateChange_;
+    std::function<void()> onStored_;
     Log log_{"capture"};
 };
 

@@ -46,6 +46,7 @@ QStringList themeNames(const std::string& symbol) {
     if (symbol == "lock.shield") return {"security-high", "changes-prevent"};
     if (symbol == "questionmark") return {"dialog-question", "help-about"};
     if (symbol == "trash") return {"user-trash", "edit-delete"};
+    if (symbol == "square.stack.3d.up.fill") return {"view-paged", "edit-copy"};
     return {};
 }
 
@@ -133,6 +134,19 @@ void drawSymbol(QPainter& painter, const std::string& symbol, const QColor& colo
         painter.drawPath(body);
         painter.drawLine(QPointF(13, 12.5), QPointF(13, 22));
         painter.drawLine(QPointF(17, 12.5), QPointF(17, 22));
+    } else if (symbol == "square.stack.3d.up.fill") {
+        // Three layers, the top one filled: several copies stored as one.
+        for (int layer = 2; layer >= 0; --layer) {
+            QPainterPath rhombus;
+            double y = 8 + layer * 5.5;
+            rhombus.moveTo(15, y - 5);
+            rhombus.lineTo(26, y);
+            rhombus.lineTo(15, y + 5);
+            rhombus.lineTo(4, y);
+            rhombus.closeSubpath();
+            painter.setBrush(layer == 0 ? QBrush(color) : QBrush(Qt::NoBrush));
+            painter.drawPath(rhombus);
+        }
     } else {
         // A name we have no drawing for still gets a mark, not a gap.
         painter.drawEllipse(QRectF(5, 5, 20, 20));

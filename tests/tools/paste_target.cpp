@@ -1,7 +1,8 @@
 // A window for the X11 tests that records what is pasted into it: it takes the keyboard focus,
 // names itself the active window, and at each Ctrl+V (or Ctrl+Shift+V, Shift+Insert) reads the
 // clipboard as an application would and appends one JSON line to OUT:
-//   {"keys":"ctrl+v","types":[…],"text":…,"html":…,"rtf":…,"image":"4x3","files":[…]}
+//   {"keys":"ctrl+v","keyAt":…,"types":[…],"text":…,"html":…,"rtf":…,"image":"4x3","files":[…]}
+// where keyAt is when the keystroke arrived, in microseconds of the system clock (for benches).
 //
 //   paste_target OUT [--class CLASS]
 //
@@ -10,6 +11,7 @@
 #include <X11/keysym.h>
 #include <xcb/xcb_keysyms.h>
 
+#include <chrono>
 #include <fstream>
 #include <iostream>
 
@@ -60,8 +62,11 @@ int main(int argc, char** argv) {
         if (symbol == XK_v && isControl) keys = isShift ? "ctrl+shift+v" : "ctrl+v";
         if (symbol == XK_Insert && isShift) keys = "shift+insert";
         if (keys.empty()) return;
-        clipboard->readSnapshot([out, keys](PasteboardSnapshot snapshot) {
-            Json line{{"keys", keys}, {"types", snapshot.types}};
+        auto keyAt = std::chrono::duration_cast<std::chrono::microseconds>(
+                         std::chrono::system_clock::now().time_since_epoch())
+                         .count();
+        clipboard->readSnapshot([out, keys, keyAt](PasteboardSnapshot snapshot) {
+            Json line{{"keys", keys}, {"keyAt", keyAt}, {"types", snapshot.types}};
             if (snapshot.string) line["text"] = *snapshot.string;
             if (snapshot.htmlString) line["html"] = *snapshot.htmlString;
             if (snapshot.rtfData) line["rtf"] = stringFromData(*snapshot.rtfData);

@@ -2,7 +2,7 @@
 // Xvfb without a panel or a window manager (not a test):
 //   ui_shot OUT.png menu [paused] [collecting]   the status icon's menu
 //   ui_shot OUT.png collect N                    collect mode's panel with N copies staged
-//   ui_shot OUT.png hud [error]                  the paste feedback panel, over a plain desktop
+//   ui_shot OUT.png hud [error|stored]           the paste feedback panel, over a plain desktop
 
 #include <QApplication>
 #include <QScreen>
@@ -20,7 +20,7 @@
 int main(int argc, char** argv) {
     using namespace tamarind;
     if (argc < 3) {
-        std::fprintf(stderr, "usage: ui_shot OUT.png menu [paused] [collecting] | collect N | hud [error]\n");
+        std::fprintf(stderr, "usage: ui_shot OUT.png menu [paused] [collecting] | collect N | hud [error|stored]\n");
         return 2;
     }
     QApplication application(argc, argv);
@@ -61,6 +61,9 @@ int main(int argc, char** argv) {
         QTimer::singleShot(200, [&] {
             if (has("error")) {
                 pasteHUD.show({"tray", "No clip in slot 4", std::nullopt, true}, std::chrono::seconds(5));
+            } else if (has("stored")) {
+                pasteHUD.show({"square.stack.3d.up.fill", kCollectModeStoredTitle, std::nullopt, false},
+                              std::chrono::seconds(5));
             } else {
                 pasteHUD.show({"doc.on.clipboard", "Pasted slot 3", "Quarterly report draft\u2026", false},
                               std::chrono::seconds(5));

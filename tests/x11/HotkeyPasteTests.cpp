@@ -234,6 +234,11 @@ TEST_F(HotkeyPasteTest, TheRestorePutsBackEveryTargetTheClipboardHadAndAClosedWi
     ASSERT_TRUE(waitForClipboard("before")) << "restored after the paste";
     EXPECT_EQ(clipboard("text/html"), "<i>before</i>");
     EXPECT_EQ(clipboard("application/x-tamarind-test"), "custom bytes");
+    // Now the app itself serves what it put back; a second paste keeps it all the same.
+    pressSlot(XK_1);
+    EXPECT_EQ(waitForPaste(2).value("text", ""), "pasted clip");
+    ASSERT_TRUE(waitForClipboard("before"));
+    EXPECT_EQ(clipboard("application/x-tamarind-test"), "custom bytes");
 
     // The window the paste would go to closes: the clip is copied, and no keystroke is sent.
     session_.stop(target_);

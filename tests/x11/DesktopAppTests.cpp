@@ -9,54 +9,10 @@
 #include <fstream>
 #include <thread>
 
-#include "foundation/Json.h"
-#include "support/ProcessRunner.h"
-#include "support/TemporaryFolder.h"
-#include "support/X11Session.h"
+#include "x11/X11Fixtures.h"
 
 namespace tamarind {
 namespace {
-
-class DesktopAppTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        if (!session_.isRunning()) GTEST_SKIP() << session_.problem();
-        if (!X11Session::hasProgram("xclip")) GTEST_SKIP() << "xclip is not installed";
-        ASSERT_TRUE(session_.startSessionBus()) << "dbus-daemon did not start";
-        session_.setEnvironment("TAMARIND_HOME", home_.path().string());
-    }
-
-    ProcessResult tamarind(std::vector<std::string> arguments, std::optional<std::string> input = std::nullopt) {
-        return runProcess(ProcessCommand{TAMARIND_BINARY, std::move(arguments),
-                                         {{"DISPLAY", session_.display()},
-                                          {"DBUS_SESSION_BUS_ADDRESS", session_.sessionBusAddress()},
-                                          {"TAMARIND_HOME", home_.path().string()}},
-                                         std::move(input)});
-    }
-
-    // The app's status once it answers on the bus (it claims its name before it captures).
-    std::optional<Json> status() {
-        for (int attempt = 0; attempt < 100; ++attempt) {
-            ProcessResult result = tamarind({"status", "--json"});
-            if (result.exitCode == 0) return parseJson(result.out);
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        return std::nullopt;
-    }
-
-    // Copies with xclip and waits (up to `attempts` × 50 ms) until the library holds `expected` clips.
-    bool copyAndWait(const std::string& text, long long expected, int attempts = 100) {
-        session_.start("sh", {"-c", "printf '%s' \"$0\" | xclip -selection clipboard -i", text});
-        for (int attempt = 0; attempt < attempts; ++attempt) {
-            if (tamarind({"list", "--count"}).out == std::to_string(expected) + "\n") return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        return false;
-    }
-
-    X11Session session_;
-    TemporaryFolder home_;
-};
 
 TEST_F(DesktopAppTest, RunsOnceCapturesAndAnswersPauseResumeAndStatus) {
     pid_t app = session_.start(TAMARIND_BINARY, {});

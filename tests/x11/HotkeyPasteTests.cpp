@@ -13,24 +13,19 @@
 #include <sstream>
 #include <thread>
 
-#include "foundation/Json.h"
 #include "support/Images.h"
-#include "support/ProcessRunner.h"
-#include "support/TemporaryFolder.h"
-#include "support/X11Session.h"
+#include "x11/X11Fixtures.h"
 
 namespace tamarind {
 namespace {
 
 using namespace std::chrono_literals;
 
-class HotkeyPasteTest : public ::testing::Test {
+class HotkeyPasteTest : public DesktopAppTest {
 protected:
     void SetUp() override {
-        if (!session_.isRunning()) GTEST_SKIP() << session_.problem();
-        if (!X11Session::hasProgram("xclip")) GTEST_SKIP() << "xclip is not installed";
-        ASSERT_TRUE(session_.startSessionBus()) << "dbus-daemon did not start";
-        session_.setEnvironment("TAMARIND_HOME", home_.path().string());
+        DesktopAppTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
         for (int attempt = 0; attempt < 40 && !keyboard_; ++attempt) {
             xcb_connection_t* connection = xcb_connect(session_.display().c_str(), nullptr);
             if (xcb_connection_has_error(connection)) {
@@ -48,13 +43,6 @@ protected:
         if (keyboard_) xcb_disconnect(keyboard_);
     }
 
-    ProcessResult tamarind(std::vector<std::string> arguments, std::optional<std::string> input = std::nullopt) {
-        return runProcess(ProcessCommand{TAMARIND_BINARY, std::move(arguments),
-                                         {{"DISPLAY", session_.display()},
-                                          {"DBUS_SESSION_BUS_ADDRESS", session_.sessionBusAddress()},
-                                          {"TAMARIND_HOME", home_.path().string()}},
-                                         std::move(input)});
-    }
     std::string add(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), {"add", "--json"});
         return parseJson(tamarind(arguments).out).value_or(Json()).value("id", "");
@@ -136,8 +124,6 @@ protected:
         return false;
     }
 
-    X11Session session_;
-    TemporaryFolder home_;
     xcb_connection_t* keyboard_ = nullptr;
     xcb_key_symbols_t* symbols_ = nullptr;
     pid_t app_ = -1;

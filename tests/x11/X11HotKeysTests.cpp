@@ -17,6 +17,7 @@
 #include "foundation/PollMainLoop.h"
 #include "platform/x11/X11HotKeys.h"
 #include "support/X11Session.h"
+#include "x11/X11Fixtures.h"
 
 namespace tamarind {
 namespace {
@@ -112,13 +113,7 @@ protected:
 
     void SetUp() override {
         if (!session_.isRunning()) GTEST_SKIP() << session_.problem();
-        auto opened = X11Connection::open(loop_, session_.display().c_str());
-        // A server that has only just started may still turn a connection away.
-        for (int attempt = 0; attempt < 20 && !std::holds_alternative<std::unique_ptr<X11Connection>>(opened);
-             ++attempt) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            opened = X11Connection::open(loop_, session_.display().c_str());
-        }
+        auto opened = openX11Retrying(loop_, session_.display());
         ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Connection>>(opened)) << std::get<std::string>(opened);
         x11_ = std::move(std::get<std::unique_ptr<X11Connection>>(opened));
         hotKeys_ = std::make_unique<X11HotKeys>(loop_, *x11_);
@@ -138,16 +133,7 @@ protected:
 
     // Runs the loop until `done` holds, for at most `seconds`; whether it came to hold.
     bool runUntil(const std::function<bool()>& done, double seconds = 5) {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-        std::function<void()> check;
-        TaskHandle timer;
-        check = [&] {
-            if (done() || std::chrono::steady_clock::now() > deadline) return loop_.quit();
-            timer = loop_.postDelayed(std::chrono::milliseconds(5), check);
-        };
-        loop_.post(check);
-        loop_.run();
-        return done();
+        return runLoopUntil(loop_, done, seconds);
     }
 
     // Until `expected` has fired.

@@ -581,5 +581,46 @@ TEST_F(TamarindCli, SettingsReadTheirDefaultsAndKeepWhatIsSet) {
     EXPECT_EQ(dump(json({"list", "--json"})), "text:d4, text:c3");
 }
 
+// Hotkeys changed without the app: the stored form the app reads at its next start.
+TEST_F(TamarindCli, ShortcutsAreListedChangedAndKeptInTheirStoredForm) {
+    auto keysOf = [&](const std::string& name) -> std::string {
+        for (const Json& row : json({"shortcuts", "list", "--json"}))
+            if (row.value("name", "") == name) return row["keys"].is_null() ? "none" : row.value("keys", "");
+        return "absent";
+    };
+    EXPECT_EQ(keysOf("pasteSlot9"), "Super+Ctrl+0") << "the slots' defaults, before the app first gave them";
+    EXPECT_EQ(keysOf("sequentialPaste"), "Super+Ctrl+Down");
+
+    ok({"shortcuts", "set", "pasteSlot0", "super+alt+1"});
+    EXPECT_EQ(keysOf("pasteSlot0"), "Super+Alt+1");
+    EXPECT_EQ(keysOf("pasteSlot1"), "Super+Ctrl+2") << "the other slots keep their defaults";
+    std::string plist = contentsOf(home_.path() / "config/tamarind/defaults.plist");
+    EXPECT_NE(plist.find(R"(<string>{"carbonKeyCode":18,"carbonModifiers":2304}</string>)"), std::string::npos)
+        << plist;
+    EXPECT_NE(plist.find("<key>shortcuts.slotDefaultsInstalled</key>"), std::string::npos);
+
+    ok({"shortcuts", "clear", "quickPaste"});
+    EXPECT_EQ(keysOf("quickPaste"), "none");
+    ok({"shortcuts", "reset", "quickPaste"});
+    EXPECT_EQ(keysOf("quickPaste"), "Super+Ctrl+V");
+
+    // A clip's own hotkey: listed under its title, gone again when cleared.
+    std::string id = add({"my signature"});
+    ok({"shortcuts", "set", id.substr(0, 8), "Ctrl+Alt+S"});
+    EXPECT_EQ(keysOf("clip." + id), "Ctrl+Alt+S");
+    EXPECT_NE(ok({"shortcuts"}).find("my signature"), std::string::npos);
+    ok({"shortcuts", "clear", "clip." + id});
+    EXPECT_EQ(keysOf("clip." + id), "absent");
+
+    ProcessResult badKeys = run({"shortcuts", "set", "pasteSlot0", "Hyper+1"});
+    EXPECT_EQ(badKeys.exitCode, 2);
+    EXPECT_NE(badKeys.err.find("not a key combination"), std::string::npos) << badKeys.err;
+    EXPECT_EQ(run({"shortcuts", "clear", "noSuchShortcut"}).exitCode, 2);
+    EXPECT_EQ(run({"paste-slot", "11"}).exitCode, 2);
+    ProcessResult next = run({"paste-next"});
+    EXPECT_EQ(next.exitCode, 1);
+    EXPECT_NE(next.err.find("running app"), std::string::npos) << next.err;
+}
+
 }  // namespace
 }  // namespace tamarind

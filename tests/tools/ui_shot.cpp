@@ -3,6 +3,7 @@
 //   ui_shot OUT.png menu [paused] [collecting]   the status icon's menu
 //   ui_shot OUT.png collect N                    collect mode's panel with N copies staged
 //   ui_shot OUT.png hud [error|stored]           the paste feedback panel, over a plain desktop
+//   ui_shot OUT.png screen                       the whole screen, as the running app left it
 
 #include <QApplication>
 #include <QScreen>
@@ -20,10 +21,12 @@
 int main(int argc, char** argv) {
     using namespace tamarind;
     if (argc < 3) {
-        std::fprintf(stderr, "usage: ui_shot OUT.png menu [paused] [collecting] | collect N | hud [error|stored]\n");
+        std::fprintf(stderr, "usage: ui_shot OUT.png menu [paused] [collecting] | collect N | hud [error|stored] | screen\n");
         return 2;
     }
     QApplication application(argc, argv);
+    // The whole screen as it is, for a look at the running app's windows.
+    if (std::strcmp(argv[2], "screen") == 0) return QGuiApplication::primaryScreen()->grabWindow(0).save(argv[1]) ? 0 : 1;
     QtMainLoop loop;
     InMemoryDefaults defaults;
     auto has = [&](const char* word) {

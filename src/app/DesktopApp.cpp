@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <QApplication>
-#include <QKeyEvent>
 
 #include "app/AppState.h"
 #include "app/MenuBarController.h"
@@ -14,6 +13,7 @@
 #include "foundation/PlistFileDefaults.h"
 #include "platform/qt/DBusControl.h"
 #include "platform/qt/DBusSuspensionEvents.h"
+#include "platform/qt/MenuKeyFilter.h"
 #include "platform/qt/QtMainLoop.h"
 #include "platform/qt/QtStatusItem.h"
 #include "platform/x11/X11Clipboard.h"
@@ -78,28 +78,6 @@ public:
 private:
     int fd_ = -1;
     FdWatch watch_;
-};
-
-// While a menu of ours is open it holds the keyboard and the hotkeys' grabs are silent: its key
-// presses are matched against them by hand, so that the hotkeys keep working.
-class MenuKeyFilter final : public QObject {
-public:
-    explicit MenuKeyFilter(X11HotKeys& hotKeys) : hotKeys_(hotKeys) {}
-
-protected:
-    bool eventFilter(QObject* watched, QEvent* event) override {
-        if (event->type() == QEvent::KeyPress && QApplication::activePopupWidget()) {
-            auto* key = static_cast<QKeyEvent*>(event);
-            if (!key->isAutoRepeat() &&
-                hotKeys_.dispatchKeyPress(static_cast<xcb_keycode_t>(key->nativeScanCode()),
-                                          static_cast<uint16_t>(key->nativeModifiers())))
-                return true;
-        }
-        return QObject::eventFilter(watched, event);
-    }
-
-private:
-    X11HotKeys& hotKeys_;
 };
 
 }  // namespace
@@ -231,7 +209,9 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
     if (!QtStatusItem::isTrayAvailable())
         log.info("No status area on this desktop: the icon shows once one appears (a StatusNotifierItem host).");
     state.start();
-    MenuKeyFilter menuKeys(hotKeys);
+    MenuKeyFilter menuKeys([&hotKeys](std::uint32_t keycode, std::uint32_t state) {
+        return hotKeys.dispatchKeyPress(static_cast<xcb_keycode_t>(keycode), static_cast<uint16_t>(state));
+    });
     application.installEventFilter(&menuKeys);
     CollectModeHUD collectHUD(state.collectMode());
     running = &state;

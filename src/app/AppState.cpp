@@ -14,7 +14,6 @@ TamarindStores openLibrary(const Paths& paths) {
 AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, PlatformServices platform,
                    std::optional<TamarindStores> stores)
     : loop_(loop),
-      defaults_(defaults),
       isCapturePaused_(loop, false),
       loginItem_(platform.loginItem),
       hud_(platform.hud),

@@ -87,7 +87,6 @@ private:
     std::unique_ptr<PasteService> paste_;
     std::unique_ptr<KeyboardShortcuts> shortcuts_;
     std::unique_ptr<PasteCoordinator> pasteCoordinator_;
-    Defaults& defaults_;
     Observable<bool> isCapturePaused_;
     LoginItem* loginItem_;
     HUD* hud_;

@@ -185,7 +185,8 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
             return running ? running->preferences().pasteKeystroke().value() : PasteKeystroke::automatic;
         });
     } else {
-        log.error("Pasting can't type for you: %{public}s. Clips are still copied.", std::get<std::string>(keySender));
+        log.error("No paste keystroke: %{public}s. A paste leaves the clip on the clipboard.",
+                  std::get<std::string>(keySender));
     }
     X11HotKeys hotKeys(loop, x11);
     HUDController hud(loop);
@@ -209,8 +210,8 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
     if (!QtStatusItem::isTrayAvailable())
         log.info("No status area on this desktop: the icon shows once one appears (a StatusNotifierItem host).");
     state.start();
-    MenuKeyFilter menuKeys([&hotKeys](std::uint32_t keycode, std::uint32_t state) {
-        return hotKeys.dispatchKeyPress(static_cast<xcb_keycode_t>(keycode), static_cast<uint16_t>(state));
+    MenuKeyFilter menuKeys([&hotKeys](std::uint32_t keycode, std::uint32_t modifiers) {
+        return hotKeys.dispatchKeyPress(static_cast<xcb_keycode_t>(keycode), static_cast<uint16_t>(modifiers));
     });
     application.installEventFilter(&menuKeys);
     CollectModeHUD collectHUD(state.collectMode());

@@ -9,7 +9,9 @@
 // other image converted to PNG; text/uri-list (else GNOME's copied files);
 // UTF8_STRING, text/plain;charset=utf-8, text/plain, else Latin-1 STRING;
 // text/rtf; text/html (UTF-16 as Firefox sends it is converted). The
-// protocol's own targets are left out of `types`. Main thread only.
+// protocol's own targets are left out of `types`. An archive read takes every
+// target as bytes. Our own writes count as changes at once, not when the
+// server tells of them. Main thread only.
 
 #include <deque>
 #include <memory>

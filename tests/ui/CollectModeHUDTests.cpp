@@ -16,14 +16,6 @@ namespace {
 
 class CollectModeHUDTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        static int argc = 1;
-        static char name[] = "ui_tests";
-        static char* argv[] = {name, nullptr};
-        static QApplication application(argc, argv);
-    }
-
     TemporaryFolder folder;
     ManualMainLoop loop;
     InMemoryDefaults defaults;

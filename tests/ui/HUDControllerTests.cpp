@@ -23,26 +23,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// QIcon::fromTheme() keeps a global cache whose clean-up runs when the QApplication goes. These
-// suites keep their QApplication in a static, destroyed after any global made later, so the cache
-// is made here, before main() and any QApplication, to outlive it. (The app's QApplication lives
-// in main() and goes first.)
-[[maybe_unused]] const bool kIconCacheMadeEarly = QIcon::hasThemeIcon("edit-paste-symbolic");
-
 const HUDContent kPasted{"doc.on.clipboard", "Pasted slot 3", "Report draft", false};
 const HUDContent kEmptySlot{"tray", "No clip in slot 4", std::nullopt, true};
 
 class HUDControllerTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        if (QApplication::instance()) return;  // another suite of ui_tests made it
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        static int argc = 1;
-        static char name[] = "ui_tests";
-        static char* argv[] = {name, nullptr};
-        static QApplication application(argc, argv);
-    }
-
     ManualMainLoop loop;
     HUDController hud{loop};
 

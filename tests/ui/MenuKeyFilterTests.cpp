@@ -16,13 +16,6 @@ namespace {
 
 class MenuKeyFilterTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        static int argc = 1;
-        static char name[] = "ui_tests";
-        static char* argv[] = {name, nullptr};
-        static QApplication application(argc, argv);
-    }
     void SetUp() override { QApplication::instance()->installEventFilter(&filter); }
     void TearDown() override { QApplication::instance()->removeEventFilter(&filter); }
 

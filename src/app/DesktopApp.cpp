@@ -177,6 +177,8 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
     QuitSignals quitSignals(loop);
 
     PlistFileDefaults defaults(paths.defaultsFile(), [&loop] { return loop.clock().wallNow(); });
+    // `tamarind settings set` while the app runs: taken in at once, and never written over.
+    defaults.watchForOutsideChanges(loop);
     auto keySender = X11KeySender::create(loop, x11);
     X11KeySender* keys = nullptr;
     if (auto* sender = std::get_if<std::unique_ptr<X11KeySender>>(&keySender)) {

@@ -44,25 +44,59 @@ bool CapturePreferences::boolOrDefault(const char* key, bool fallback) const {
 
 CapturePreferences::CapturePreferences(Defaults& defaults, MainLoop& loop)
     : defaults_(defaults),
-      isPaused_(loop, defaults.boolValue(captureKeys::isPaused)),
-      excludedBundleIDs_(loop, readExclusions(defaults)),
-      maximumClipCount_(loop, readMaximumClipCount(defaults)),
-      maximumAgeInDays_(loop, readMaximumAge(defaults)),
-      isFaviconFetchEnabled_(loop, defaults.boolValue(captureKeys::faviconFetchEnabled)),
-      restoresPasteboardAfterPaste_(loop, defaults.boolValue(captureKeys::restoresPasteboardAfterPaste)),
-      isOCREnabled_(loop, boolOrDefault(captureKeys::ocrEnabled, true)),
-      isScreenshotHistoryEnabled_(loop, boolOrDefault(captureKeys::screenshotHistoryEnabled, true)),
-      deletesOriginalScreenshot_(loop, defaults.boolValue(captureKeys::deletesOriginalScreenshot)),
-      preferredColorFormat_(loop, colorFormatOrHex(defaults.string(captureKeys::preferredColorFormat).value_or(""))),
-      pasteKeystroke_(loop, pasteKeystrokeOrAutomatic(defaults.string(captureKeys::pasteKeystroke).value_or(""))),
-      multiClipJoiner_(loop, multiClipJoinerOrNewline(defaults.string(captureKeys::multiClipJoiner).value_or(""))),
-      multiClipCustomSeparator_(loop, defaults.string(captureKeys::multiClipCustomSeparator).value_or(" | ")),
-      minimumCharacters_(loop, defaults.integer(captureKeys::minimumCharacters)),
-      maximumMegabytes_(loop, std::max(0.0, defaults.doubleValue(captureKeys::maximumMegabytes))),
-      isSensitiveDetectionEnabled_(loop, boolOrDefault(captureKeys::sensitiveDetectionEnabled, true)),
-      sensitiveHandling_(loop,
-                         sensitiveHandlingFromRawValue(defaults.string(captureKeys::sensitiveHandling).value_or(""))),
-      autoResumeMinutes_(loop, defaults.integer(captureKeys::autoResumeMinutes)) {}
+      isPaused_(loop, false),
+      excludedBundleIDs_(loop, {}),
+      maximumClipCount_(loop, kDefaultMaximumClipCount),
+      maximumAgeInDays_(loop, std::nullopt),
+      isFaviconFetchEnabled_(loop, false),
+      restoresPasteboardAfterPaste_(loop, false),
+      isOCREnabled_(loop, true),
+      isScreenshotHistoryEnabled_(loop, true),
+      deletesOriginalScreenshot_(loop, false),
+      preferredColorFormat_(loop, ColorFormat::hex),
+      pasteKeystroke_(loop, PasteKeystroke::automatic),
+      multiClipJoiner_(loop, MultiClipJoiner::newline),
+      multiClipCustomSeparator_(loop, ""),
+      minimumCharacters_(loop, 0),
+      maximumMegabytes_(loop, 0),
+      isSensitiveDetectionEnabled_(loop, true),
+      sensitiveHandling_(loop, SensitiveHandling::storeBlurred),
+      autoResumeMinutes_(loop, 0) {
+    reload();
+    // Another program (the command line) may change the settings while this one runs.
+    observation_ = defaults_.observe([this](const std::string&) { reload(); });
+}
+
+namespace {
+
+// Only a value that differs is set, so that a reload tells the subscribers of real changes only.
+template <class T> void update(Observable<T>& observable, T value) {
+    if (!(observable.value() == value)) observable.set(std::move(value));
+}
+
+}  // namespace
+
+void CapturePreferences::reload() {
+    update(isPaused_, defaults_.boolValue(captureKeys::isPaused));
+    update(excludedBundleIDs_, readExclusions(defaults_));
+    update(maximumClipCount_, readMaximumClipCount(defaults_));
+    update(maximumAgeInDays_, readMaximumAge(defaults_));
+    update(isFaviconFetchEnabled_, defaults_.boolValue(captureKeys::faviconFetchEnabled));
+    update(restoresPasteboardAfterPaste_, defaults_.boolValue(captureKeys::restoresPasteboardAfterPaste));
+    update(isOCREnabled_, boolOrDefault(captureKeys::ocrEnabled, true));
+    update(isScreenshotHistoryEnabled_, boolOrDefault(captureKeys::screenshotHistoryEnabled, true));
+    update(deletesOriginalScreenshot_, defaults_.boolValue(captureKeys::deletesOriginalScreenshot));
+    update(preferredColorFormat_, colorFormatOrHex(defaults_.string(captureKeys::preferredColorFormat).value_or("")));
+    update(pasteKeystroke_, pasteKeystrokeOrAutomatic(defaults_.string(captureKeys::pasteKeystroke).value_or("")));
+    update(multiClipJoiner_, multiClipJoinerOrNewline(defaults_.string(captureKeys::multiClipJoiner).value_or("")));
+    update(multiClipCustomSeparator_, defaults_.string(captureKeys::multiClipCustomSeparator).value_or(" | "));
+    update(minimumCharacters_, static_cast<long long>(defaults_.integer(captureKeys::minimumCharacters)));
+    update(maximumMegabytes_, std::max(0.0, defaults_.doubleValue(captureKeys::maximumMegabytes)));
+    update(isSensitiveDetectionEnabled_, boolOrDefault(captureKeys::sensitiveDetectionEnabled, true));
+    update(sensitiveHandling_,
+           sensitiveHandlingFromRawValue(defaults_.string(captureKeys::sensitiveHandling).value_or("")));
+    update(autoResumeMinutes_, static_cast<long long>(defaults_.integer(captureKeys::autoResumeMinutes)));
+}
 
 void CapturePreferences::setPaused(bool value) {
     isPaused_.set(value);

@@ -93,6 +93,8 @@ public:
 
 private:
     bool boolOrDefault(const char* key, bool fallback) const;
+    // Reads every key again; only what changed is set on its observable.
+    void reload();
 
     Defaults& defaults_;
     Observable<bool> isPaused_;
@@ -113,6 +115,7 @@ private:
     Observable<bool> isSensitiveDetectionEnabled_;
     Observable<SensitiveHandling> sensitiveHandling_;
     Observable<long long> autoResumeMinutes_;
+    DefaultsObservation observation_;
 };
 
 // Texts of the settings screen that fix what these settings mean.

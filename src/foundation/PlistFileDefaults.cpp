@@ -1,7 +1,9 @@
 #include "foundation/PlistFileDefaults.h"
 
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cmath>
@@ -41,6 +43,65 @@ int renameWithoutReplacing(const std::filesystem::path& from, const std::filesys
 PlistFileDefaults::PlistFileDefaults(std::filesystem::path path, WallClock wallClock)
     : path_(std::move(path)), wallClock_(std::move(wallClock)) {
     load();
+    lastSeen_ = currentStamp();
+}
+
+PlistFileDefaults::~PlistFileDefaults() {
+    watch_.stop();
+    if (inotify_ >= 0) ::close(inotify_);
+}
+
+std::optional<PlistFileDefaults::FileStamp> PlistFileDefaults::currentStamp() const {
+    struct stat status {};
+    if (::stat(path_.c_str(), &status) != 0) return std::nullopt;
+    return FileStamp{static_cast<std::uint64_t>(status.st_ino), static_cast<std::int64_t>(status.st_size),
+                     static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec};
+}
+
+bool PlistFileDefaults::reloadIfChangedOnDisk() {
+    std::optional<FileStamp> stamp = currentStamp();
+    if (stamp == lastSeen_ || !isSaving_) return false;
+    PlistDictionary fresh;
+    if (stamp) {
+        FileContents contents = readWholeFile(path_);
+        PlistDecoding decoding = contents.bytes ? decodePlist(*contents.bytes) : PlistDecoding{};
+        if (!decoding.dictionary) {
+            // Perhaps caught half-written by a program that doesn't replace it atomically: the next
+            // change of the file tries again.
+            log.error("Could not read the settings another program wrote to %{public}s: %{public}s", path_.string(),
+                      contents.bytes ? decoding.error : std::string("it could not be read"));
+            return false;
+        }
+        fresh = std::move(*decoding.dictionary);
+    }
+    lastSeen_ = stamp;
+    std::vector<std::string> changed;
+    for (const auto& [key, value] : fresh)
+        if (auto old = values_.find(key); old == values_.end() || !(old->second == value)) changed.push_back(key);
+    for (const auto& [key, value] : values_)
+        if (!fresh.contains(key)) changed.push_back(key);
+    values_ = std::move(fresh);
+    for (const std::string& key : changed) notifyObservers(key);
+    return !changed.empty();
+}
+
+void PlistFileDefaults::watchForOutsideChanges(MainLoop& loop) {
+    if (inotify_ >= 0) return;
+    inotify_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (inotify_ < 0) return log.error("Can't watch %{public}s for changes: %{public}s", path_.string(),
+                                        std::string(std::strerror(errno)));
+    // The folder, since a file replaced by rename is a new file; made first if it isn't there yet.
+    std::filesystem::path folder = path_.has_parent_path() ? path_.parent_path() : std::filesystem::path(".");
+    (void)createPrivateDirectories(folder);
+    if (::inotify_add_watch(inotify_, folder.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE) < 0)
+        return log.error("Can't watch %{public}s for changes: %{public}s", folder.string(),
+                         std::string(std::strerror(errno)));
+    watch_ = loop.watchFd(inotify_, [this] {
+        alignas(inotify_event) char buffer[4096];
+        while (::read(inotify_, buffer, sizeof buffer) > 0) {
+        }
+        reloadIfChangedOnDisk();
+    });
 }
 
 std::optional<PlistValue> PlistFileDefaults::object(std::string_view key) const {
@@ -50,11 +111,14 @@ std::optional<PlistValue> PlistFileDefaults::object(std::string_view key) const 
 }
 
 void PlistFileDefaults::storeValue(const std::string& key, PlistValue value) {
+    // Another program's change since our last look is kept: only this key is written over it.
+    reloadIfChangedOnDisk();
     values_.insert_or_assign(key, std::move(value));
     save();
 }
 
 void PlistFileDefaults::removeValue(const std::string& key) {
+    reloadIfChangedOnDisk();
     values_.erase(key);
     save();
 }
@@ -147,8 +211,11 @@ void PlistFileDefaults::save() {
             return;
         }
     }
-    if (auto error = writeFileAtomically(target, *xml))
+    if (auto error = writeFileAtomically(target, *xml)) {
         log.error("Could not save settings to %{public}s: %{public}s", path_.string(), error->message);
+        return;
+    }
+    lastSeen_ = currentStamp();
 }
 
 }  // namespace tamarind

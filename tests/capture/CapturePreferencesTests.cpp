@@ -100,5 +100,24 @@ TEST(CapturePreferences, SettersNotifyAndWriteBackInTheStoredForm) {
               CapturePreferences::defaultExcludedBundleIDs().size());
 }
 
+TEST(CapturePreferences, AChangeMadeByAnotherProgramIsTakenInAndToldOnce) {
+    ManualMainLoop loop;
+    InMemoryDefaults defaults;
+    CapturePreferences preferences(defaults, loop);
+    std::vector<PasteKeystroke> keystrokes;
+    std::vector<bool> restores;
+    Subscription a = preferences.pasteKeystroke().subscribe([&](const PasteKeystroke& v) { keystrokes.push_back(v); }, true);
+    Subscription b =
+        preferences.restoresPasteboardAfterPaste().subscribe([&](const bool& v) { restores.push_back(v); }, true);
+    // As the settings file tells when the command line rewrote it.
+    defaults.set(captureKeys::pasteKeystroke, PlistValue("shift+insert"));
+    defaults.set("some.other.key", PlistValue(1));
+    preferences.setRestoresPasteboardAfterPaste(true);
+    defaults.remove(captureKeys::pasteKeystroke);
+    loop.runUntilIdle();
+    EXPECT_THAT(keystrokes, ::testing::ElementsAre(PasteKeystroke::shiftInsert, PasteKeystroke::automatic));
+    EXPECT_THAT(restores, ::testing::ElementsAre(true)) << "a setter's own write isn't told twice";
+}
+
 }  // namespace
 }  // namespace tamarind

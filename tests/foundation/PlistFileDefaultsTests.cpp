@@ -11,6 +11,7 @@
 
 #include "foundation/Log.h"
 #include "foundation/PlistFileDefaults.h"
+#include "foundation/PollMainLoop.h"
 
 namespace tamarind {
 namespace {
@@ -431,6 +432,52 @@ TEST_F(PlistFileDefaultsTest, ASymlinkedFileStaysALink) {
     EXPECT_TRUE(fs::is_symlink(path_));
     EXPECT_EQ(PlistValue(*decodePlist(readFile(target)).dictionary),
               PlistValue(PlistDictionary{{"from", "dotfiles"}, {"added", true}}));
+}
+
+TEST_F(PlistFileDefaultsTest, AnotherProgramsChangeIsKeptAndTakenIn) {
+    PlistFileDefaults app(path_);
+    app.set("capture.isPaused", false);
+    std::vector<std::string> told;
+    auto observation = app.observe([&](const std::string& key) { told.push_back(key); });
+
+    // The command line, a second process, changes one key and removes another.
+    app.set("gone.soon", 1);
+    told.clear();
+    {
+        PlistFileDefaults commandLine(path_);
+        commandLine.set("paste.keystroke", "ctrl+v");
+        commandLine.remove("gone.soon");
+    }
+    // The app's next write keeps them, and it hears of them first.
+    app.set("capture.isPaused", true);
+    EXPECT_EQ(told, (std::vector<std::string>{"paste.keystroke", "gone.soon", "capture.isPaused"}));
+    EXPECT_EQ(PlistValue(*decodePlist(readFile(path_)).dictionary),
+              PlistValue(PlistDictionary{{"capture.isPaused", true}, {"paste.keystroke", "ctrl+v"}}));
+    EXPECT_EQ(app.string("paste.keystroke"), "ctrl+v");
+    EXPECT_FALSE(app.reloadIfChangedOnDisk()) << "nothing new since";
+
+    // Watched, a change is taken in as it lands, with no write of ours.
+    PollMainLoop loop;
+    app.watchForOutsideChanges(loop);
+    told.clear();
+    PlistFileDefaults(path_).set("paste.keystroke", "shift+insert");
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    TaskHandle check;
+    std::function<void()> poll = [&] {
+        if (!told.empty() || std::chrono::steady_clock::now() > deadline) return loop.quit();
+        check = loop.postDelayed(std::chrono::milliseconds(5), poll);
+    };
+    loop.post(poll);
+    loop.run();
+    EXPECT_EQ(told, std::vector<std::string>{"paste.keystroke"});
+    EXPECT_EQ(app.string("paste.keystroke"), "shift+insert");
+
+    // Half a file (a writer that doesn't replace it atomically) is not taken in; the values stay.
+    LogCapture log;
+    writeFile(path_, "<?xml version=\"1.0\"?><plist><dict><key>x</key>");
+    EXPECT_FALSE(app.reloadIfChangedOnDisk());
+    EXPECT_EQ(app.string("paste.keystroke"), "shift+insert");
+    EXPECT_EQ(log.messages("settings").size(), 1u);
 }
 
 }  // namespace

@@ -167,6 +167,15 @@ TEST_F(HotkeyPasteTest, SlotsPasteEveryKindIntoTheWindowInFrontAndShiftPastesPla
     // Without the restore (the default), the last clip stays on the clipboard.
     std::this_thread::sleep_for(400ms);
     EXPECT_EQ(clipboard(), "bold words");
+
+    // A setting changed from the command line while the app runs takes effect at once, and the
+    // app's own next write of the settings (a resume) keeps it.
+    ASSERT_EQ(tamarind({"settings", "set", "paste.keystroke", "shift+insert"}).exitCode, 0);
+    std::this_thread::sleep_for(300ms);
+    pressSlot(XK_1);
+    EXPECT_EQ(waitForPaste(6).value("keys", ""), "shift+insert") << pasted().back().dump();
+    ASSERT_EQ(tamarind({"resume"}).exitCode, 0);
+    EXPECT_EQ(tamarind({"settings", "get", "paste.keystroke"}).out, "shift+insert\n");
 }
 
 TEST_F(HotkeyPasteTest, PasteNextWalksBackWrapsAndStartsOverAfterAnOutsideCopyOrAPause) {

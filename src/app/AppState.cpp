@@ -53,6 +53,10 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
         isCapturePaused_.set(isPaused);
         armAutoResume(isPaused);
     }));
+    // The saved setting changed by another program (`tamarind settings set capture.isPaused`)
+    // pauses or resumes as the menu would; the monitor ignores a value it already has.
+    subscriptions_.push_back(preferences_->isPaused().subscribe(
+        [this](const bool& isPaused) { monitor_->setPaused(isPaused); }, true));
     subscriptions_.push_back(preferences_->autoResumeMinutes().subscribe(
         [this](const long long&) { armAutoResume(monitor_->isPaused().value()); }, true));
     // Any one of the four rebuilds the whole of the limits.

@@ -20,7 +20,10 @@ protected:
     InMemoryDefaults defaults;
     FakePasteboard pasteboard{loop};
     FakeWorkspace workspace;
-    std::unique_ptr<AppState> state;
+    FakeKeyEvents keys{loop};
+    FakeHotKeys hotKeys;
+    FakeHUD hud;
+    std::unique_ptr<AppState> state;  // after the fakes it holds, so that it goes first
 
     void make() {
         Paths paths{folder.path() / "share", folder.path() / "config", folder.path() / "cache"};
@@ -244,6 +247,65 @@ TEST_F(AppStateTest, AnExcludedApplicationsCopyIsRefusedNotCollected) {
     copy("secret", "org.keepassxc.KeePassXC");
     EXPECT_TRUE(state->collectMode().payload().value().items.empty());
     EXPECT_EQ(state->capture().rejectedThisSession().value(), 1);
+}
+
+TEST_F(AppStateTest, APauseSavedByAnotherProgramPausesTheRunningCapture) {
+    make();
+    state->start();
+    loop.runUntilIdle();
+    defaults.set(captureKeys::isPaused, PlistValue(true));  // as the settings file tells of it
+    loop.runUntilIdle();
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused");
+    copy("not captured");
+    EXPECT_TRUE(libraryClips().empty());
+    defaults.set(captureKeys::isPaused, PlistValue(false));
+    loop.runUntilIdle();
+    EXPECT_EQ(pauseState(), "running");
+}
+
+// The paste side as the composition root wires it: the hotkeys, their pastes and the HUD.
+TEST_F(AppStateTest, HotkeysReachThePastesAndTheHUDAndOutsideChangesMoveThem) {
+    Paths paths{folder.path() / "share", folder.path() / "config", folder.path() / "cache"};
+    auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
+    state = std::make_unique<AppState>(
+        loop, defaults, paths, PlatformServices{pasteboard, workspace, nullptr, nullptr, nullptr, &keys, &hotKeys, &hud},
+        TamarindStores{std::move(memory), nullptr, false});
+    workspace.frontmost = RunningApplication{"org.gnome.TextEditor", "Text Editor", 0x400001};
+    state->start();
+    copy("hello", "org.gnome.TextEditor");
+    const int commandControl = ModifierFlag::command | ModifierFlag::control;
+
+    ASSERT_TRUE(hotKeys.press(Shortcut::withFlags(18, commandControl)));
+    loop.runUntilIdle();
+    loop.advanceBy(kPasteActivationWait);
+    EXPECT_EQ(keys.pastesSent, 1);
+    ASSERT_FALSE(hud.shown.empty());
+    EXPECT_EQ(hud.shown.back().title, "Pasted slot 1");
+
+    // Collect mode's hotkey, and the HUD once the stack is stored.
+    ASSERT_TRUE(hotKeys.press(Shortcut::withFlags(46, commandControl)));
+    copy("staged");
+    ASSERT_TRUE(hotKeys.press(Shortcut::withFlags(46, commandControl)));
+    EXPECT_EQ(hud.shown.back(), (HUDContent{"square.stack.3d.up.fill", "Stored as one clip", std::nullopt, false}));
+
+    // A clip's own hotkey set from outside binds it; cleared, it is gone.
+    Uuid id = libraryClips().front().id;
+    Shortcut mine = Shortcut::withFlags(1, ModifierFlag::control | ModifierFlag::option);
+    EXPECT_EQ(state->setShortcut(clipShortcutName(id), mine), "");
+    EXPECT_TRUE(state->pasteCoordinator()->bindings().isBound(id));
+    EXPECT_TRUE(hotKeys.isRegistered(mine));
+    EXPECT_EQ(state->setShortcut(clipShortcutName(id), std::nullopt), "");
+    EXPECT_FALSE(hotKeys.isRegistered(mine));
+    EXPECT_FALSE(state->pasteCoordinator()->bindings().isBound(id));
+
+    // A slot moved onto keys another program holds: said so, and kept for the next start.
+    Shortcut taken = Shortcut::withFlags(35, commandControl);
+    hotKeys.taken.push_back(taken);
+    EXPECT_NE(state->setShortcut("pasteSlot3", taken).find("held by another program"), std::string::npos);
+    EXPECT_EQ(state->shortcuts()->getShortcut("pasteSlot3"), taken);
+    EXPECT_EQ(state->resetShortcut("pasteSlot3"), "") << "a slot has no declared default: reset clears it";
+    EXPECT_FALSE(state->shortcuts()->getShortcut("pasteSlot3"));
+    EXPECT_EQ(state->setShortcut("noSuchHotkey", taken), "no shortcut is named noSuchHotkey");
 }
 
 }  // namespace

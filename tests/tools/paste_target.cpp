@@ -4,9 +4,10 @@
 //   {"keys":"ctrl+v","keyAt":…,"types":[…],"text":…,"html":…,"rtf":…,"image":"4x3","files":[…]}
 // where keyAt is when the keystroke arrived, in microseconds of the system clock (for benches).
 //
-//   paste_target OUT [--class CLASS]
+//   paste_target OUT [--class CLASS] [--managed]
 //
-// Prints "ready" once it has the focus; runs until SIGTERM.
+// --managed  leaves the focus and the active window to the window manager
+// Prints "ready" once its window is up (unmanaged: with the focus); runs until SIGTERM.
 
 #include <X11/keysym.h>
 #include <xcb/xcb_keysyms.h>
@@ -26,7 +27,12 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::string out = argv[1];
-    std::string windowClass = argc > 3 && std::string(argv[2]) == "--class" ? argv[3] : "paste-target";
+    std::string windowClass = "paste-target";
+    bool isManaged = false;
+    for (int i = 2; i < argc; ++i) {
+        if (std::string(argv[i]) == "--class" && i + 1 < argc) windowClass = argv[++i];
+        if (std::string(argv[i]) == "--managed") isManaged = true;
+    }
     PollMainLoop loop;
     auto opened = X11Connection::open(loop);
     if (auto* error = std::get_if<std::string>(&opened)) {
@@ -47,9 +53,12 @@ int main(int argc, char** argv) {
     xcb_change_property(connection, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
                         static_cast<uint32_t>(value.size()), value.data());
     xcb_map_window(connection, window);
-    xcb_set_input_focus(connection, XCB_INPUT_FOCUS_POINTER_ROOT, window, XCB_CURRENT_TIME);
-    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, x11.root(), x11.atom("_NET_ACTIVE_WINDOW"),
-                        XCB_ATOM_WINDOW, 32, 1, &window);
+    if (!isManaged) {
+        // No window manager: do what one would.
+        xcb_set_input_focus(connection, XCB_INPUT_FOCUS_POINTER_ROOT, window, XCB_CURRENT_TIME);
+        xcb_change_property(connection, XCB_PROP_MODE_REPLACE, x11.root(), x11.atom("_NET_ACTIVE_WINDOW"),
+                            XCB_ATOM_WINDOW, 32, 1, &window);
+    }
     x11.flush();
 
     x11.addListener([&](const xcb_generic_event_t& event) {

@@ -136,6 +136,13 @@ protected:
         return runLoopUntil(loop_, done, seconds);
     }
 
+    // Returns once the server has handled every request we sent, our ungrabs among them: another
+    // client's grab that follows is then ordered after them.
+    void syncWithServer() {
+        xcb_connection_t* connection = x11_->connection();
+        std::free(xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr));
+    }
+
     // Until `expected` has fired.
     bool runUntilFired(const std::string& expected) {
         return runUntil([&] { return fired_ == expected; });
@@ -225,6 +232,7 @@ TEST_F(X11HotKeysTest, ACombinationAlreadyGrabbedIsRefusedAndLeavesNoGrabBehind)
     EXPECT_EQ(hotKeys_->registerHotKey(2, kSuperCtrl2, [&] { ++calls; }), XCB_ACCESS);
     // The lock variants, grabbed before the refusal, were let go: the other client can take them.
     constexpr uint16_t kNumLock = XCB_MOD_MASK_2;
+    syncWithServer();
     EXPECT_EQ(other_->grab(two, {kSuperCtrl | kNumLock, kSuperCtrl | XCB_MOD_MASK_LOCK,
                                  kSuperCtrl | kNumLock | XCB_MOD_MASK_LOCK}),
               (std::vector<bool>{true, true, true}));
@@ -272,6 +280,7 @@ TEST_F(X11HotKeysTest, UnregisteringEndsTheHotkeyAndDropsAPressAlreadyPosted) {
     EXPECT_EQ(firedBeforeControl(), "three ");
     EXPECT_EQ(calls, 1);
     // Ungrabbed: another client can grab it now.
+    syncWithServer();
     EXPECT_EQ(other_->grab(one, {kSuperCtrl, kSuperCtrl | XCB_MOD_MASK_2}), (std::vector<bool>{true, true}));
 }
 
@@ -301,6 +310,7 @@ TEST_F(X11HotKeysTest, AKeyboardMapChangeMovesTheGrabToTheKeyThatTypesTheKeyNow)
     EXPECT_EQ(firedBeforeControl(), "three ");
     other_->type({XK_Super_L, XK_Control_L}, newOne);
     EXPECT_TRUE(runUntilFired("three one ")) << fired_;
+    syncWithServer();
     EXPECT_EQ(other_->grab(oldOne, {kSuperCtrl}), std::vector<bool>{true}) << "the old key is still grabbed";
 }
 

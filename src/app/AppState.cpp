@@ -131,6 +131,20 @@ std::string AppState::resetShortcut(const std::string& name) {
     return setShortcut(name, declaredDefaultShortcut(name));
 }
 
+std::map<std::string, std::string> AppState::shortcutStates() const {
+    std::map<std::string, std::string> states;
+    if (!shortcuts_) return states;
+    std::vector<std::string> names;
+    for (const ShortcutDescriptor& descriptor : globalShortcutDescriptors()) names.push_back(descriptor.name);
+    for (const Uuid& id : pasteCoordinator_->bindings().boundClipIDs()) names.push_back(clipShortcutName(id));
+    std::map<std::string, Shortcut> registered = shortcuts_->registered();
+    for (const std::string& name : names) {
+        if (!shortcuts_->getShortcut(name)) continue;
+        states[name] = !shortcuts_->hasHandler(name) ? "unused" : registered.contains(name) ? "active" : "taken";
+    }
+    return states;
+}
+
 void AppState::armAutoResume(bool isPaused) {
     autoResumeTask_.cancel();
     long long minutes = preferences_->autoResumeMinutes().value();

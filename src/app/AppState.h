@@ -72,6 +72,9 @@ public:
     // or unbinds the clip. Empty when done, else what went wrong.
     std::string setShortcut(const std::string& name, std::optional<Shortcut> shortcut);
     std::string resetShortcut(const std::string& name);
+    // Each hotkey that has keys: "active" (grabbed), "taken" (another program holds the keys) or
+    // "unused" (nothing of this build answers it yet).
+    std::map<std::string, std::string> shortcutStates() const;
 
 private:
     void armAutoResume(bool isPaused);

@@ -137,6 +137,12 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
     handlers.resetShortcut = [&running](const std::string& name) -> std::string {
         return running ? running->resetShortcut(name) : "Tamarind is still starting";
     };
+    handlers.shortcutStates = [&running] {
+        Json states = Json::object();
+        if (running)
+            for (const auto& [name, state] : running->shortcutStates()) states[name] = state;
+        return states.dump();
+    };
     switch (control.claim(handlers)) {
     case DBusControl::Claim::claimed: break;
     case DBusControl::Claim::alreadyRunning:

@@ -64,7 +64,16 @@ void change(CliContext& context, const std::string& name, std::optional<Shortcut
     }
 }
 
+// What the running app says of each hotkey ("active", "taken", "unused"); empty without the app.
+Json statesInApp() {
+    DBusControl::Reply reply = DBusControl::call("ShortcutStates");
+    if (!reply.isAnswered) return Json::object();
+    return parseJson(reply.value).value_or(Json::object());
+}
+
 void list(CliContext& context, bool json) {
+    Json states = statesInApp();
+    auto stateOf = [&](const std::string& name) { return states.value(name, std::string()); };
     NoHotKeys noHotKeys;
     KeyboardShortcuts shortcuts(context.defaults(), noHotKeys, declaredDefaultShortcut);
     struct Row {
@@ -93,6 +102,7 @@ void list(CliContext& context, bool json) {
                 item["carbonKeyCode"] = row.shortcut->carbonKeyCode;
                 item["carbonModifiers"] = row.shortcut->carbonModifiers;
             }
+            if (!stateOf(row.name).empty()) item["state"] = stateOf(row.name);
             array.push_back(std::move(item));
         }
         printJson(context, array);
@@ -107,8 +117,10 @@ void list(CliContext& context, bool json) {
             section = row.section;
         }
         std::string keys = row.shortcut ? row.shortcut->description() : "none";
+        std::string state = stateOf(row.name);
+        std::string note = state == "taken" ? "  (held by another program)" : state == "unused" ? "  (not in use yet)" : "";
         context.out() << "  " << row.name << std::string(width - row.name.size() + 2, ' ') << keys
-                      << std::string(keys.size() < 18 ? 18 - keys.size() : 1, ' ') << row.title << "\n";
+                      << std::string(keys.size() < 18 ? 18 - keys.size() : 1, ' ') << row.title << note << "\n";
     }
 }
 

@@ -271,8 +271,16 @@ TEST_F(HotkeyPasteTest, AHotkeyAnotherProgramHoldsIsReportedAndTheOthersWork) {
     ProcessResult taken = tamarind({"shortcuts", "set", "pasteSlot0", "Super+Ctrl+3"});
     EXPECT_EQ(taken.exitCode, 1);
     EXPECT_NE(taken.err.find("held by another program"), std::string::npos) << taken.err;
-    EXPECT_NE(tamarind({"shortcuts", "list"}).out.find("pasteSlot0         Super+Ctrl+3"), std::string::npos)
-        << "the setting is kept, to be tried again at the next start";
+    std::string listed = tamarind({"shortcuts", "list"}).out;
+    EXPECT_NE(listed.find("pasteSlot0         Super+Ctrl+3      Paste Clip 1  (held by another program)"),
+              std::string::npos)
+        << "the setting is kept, to be tried again at the next start\n"
+        << listed;
+    EXPECT_NE(listed.find("Open Library  (not in use yet)"), std::string::npos) << listed;
+    Json states = parseJson(tamarind({"shortcuts", "list", "--json"}).out).value_or(Json());
+    ASSERT_TRUE(states.is_array());
+    EXPECT_EQ(states[9].value("name", ""), "pasteSlot1");
+    EXPECT_EQ(states[9].value("state", ""), "active");
 }
 
 TEST_F(HotkeyPasteTest, CopyAsGivesAColourInEveryNotation) {

@@ -80,6 +80,9 @@ QString DBusControl::ResetShortcut(const QString& name) {
     if (!handlers_.resetShortcut) return "shortcuts are not available";
     return QString::fromStdString(handlers_.resetShortcut(name.toStdString()));
 }
+QString DBusControl::ShortcutStates() {
+    return handlers_.shortcutStates ? QString::fromStdString(handlers_.shortcutStates()) : QString("{}");
+}
 QString DBusControl::Status() { return handlers_.status ? QString::fromStdString(handlers_.status()) : QString("{}"); }
 
 }  // namespace tamarind

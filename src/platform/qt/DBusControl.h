@@ -6,7 +6,8 @@
 // mode's CollectBegin(), CollectFinish(), CollectCancel(), CollectToggle(),
 // Status() -> a JSON object of the capture state, PasteSlot(slot 1…10),
 // PasteNext(), and SetShortcut(name, stored JSON or "" to clear) and
-// ResetShortcut(name) -> "" or what went wrong.
+// ResetShortcut(name) -> "" or what went wrong, and ShortcutStates() -> a JSON
+// object from each hotkey's name to "active", "taken" or "unused".
 
 #include <QObject>
 #include <QString>
@@ -36,6 +37,7 @@ struct ControlHandlers {
     // "" when done, else the reason.
     std::function<std::string(const std::string& name, const std::string& json)> setShortcut;
     std::function<std::string(const std::string& name)> resetShortcut;
+    std::function<std::string()> shortcutStates;  // JSON
 };
 
 class DBusControl final : public QObject {
@@ -70,6 +72,7 @@ public Q_SLOTS:
     void PasteNext();
     QString SetShortcut(const QString& name, const QString& json);
     QString ResetShortcut(const QString& name);
+    QString ShortcutStates();
 
 private:
     ControlHandlers handlers_;

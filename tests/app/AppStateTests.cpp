@@ -303,6 +303,10 @@ TEST_F(AppStateTest, HotkeysReachThePastesAndTheHUDAndOutsideChangesMoveThem) {
     hotKeys.taken.push_back(taken);
     EXPECT_NE(state->setShortcut("pasteSlot3", taken).find("held by another program"), std::string::npos);
     EXPECT_EQ(state->shortcuts()->getShortcut("pasteSlot3"), taken);
+    auto states = state->shortcutStates();
+    EXPECT_EQ(states["pasteSlot3"], "taken");
+    EXPECT_EQ(states["pasteSlot0"], "active");
+    EXPECT_EQ(states["toggleLibrary"], "unused") << "no window answers it in this build";
     EXPECT_EQ(state->resetShortcut("pasteSlot3"), "") << "a slot has no declared default: reset clears it";
     EXPECT_FALSE(state->shortcuts()->getShortcut("pasteSlot3"));
     EXPECT_EQ(state->setShortcut("noSuchHotkey", taken), "no shortcut is named noSuchHotkey");

@@ -152,10 +152,11 @@ void addShortcutCommands(CLI::App& app, CliContext& context) {
         "paste-slot", "Paste the Nth newest clip into the window in front (what Super+Ctrl+N does)");
     pasteSlot->add_option("slot", *slot, "1 to 10")->required()->check(CLI::Range(1, 10));
     pasteSlot->callback([&context, slot] {
-        if (DBusControl::call("PasteSlot", {*slot}).isAnswered) return;
-        // No app: paste it from here, without the HUD.
+        // An empty slot is an error for a script, whoever would paste it.
         std::vector<Clip> newest = context.store().fetchPage(0, ClipQuery{}, ClipSortOrder::newest, kPasteSlotCount);
         if (*slot > static_cast<int>(newest.size())) refuse("No clip in slot " + std::to_string(*slot));
+        if (DBusControl::call("PasteSlot", {*slot}).isAnswered) return;
+        // No app: paste it from here, without the HUD.
         pasteClip(context, newest[*slot - 1].id.uuidString(), false);
     });
     app.add_subcommand("paste-next", "Paste one clip further back in history at each run (needs the app)")

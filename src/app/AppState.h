@@ -54,7 +54,6 @@ public:
     CollectModeService& collectMode() { return *collectMode_; }
     ClipboardMonitor& monitor() { return *monitor_; }
     ClipCaptureService& capture() { return *capture_; }
-    PasteService& paste() { return *paste_; }
     // Present when the platform has hotkeys and a HUD.
     KeyboardShortcuts* shortcuts() { return shortcuts_.get(); }
     PasteCoordinator* pasteCoordinator() { return pasteCoordinator_.get(); }

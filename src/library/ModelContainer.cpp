@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "foundation/Text.h"
 
@@ -410,6 +412,19 @@ ModelContainer::ModelContainer(std::unique_ptr<SQLite::Database> database, std::
 ModelContainer::~ModelContainer() = default;
 
 ModelContainer::OpenResult ModelContainer::open(const std::filesystem::path& file) {
+    // Several processes making a new file at once can meet SQLite's "database is locked" where the
+    // busy timeout isn't consulted (switching the journal to WAL, setting up its index): tried again
+    // for as long as that timeout, since the other process is done in a moment.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    for (;;) {
+        bool isBusy = false;
+        OpenResult result = openOnce(file, isBusy);
+        if (!isBusy || std::chrono::steady_clock::now() > deadline) return result;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+ModelContainer::OpenResult ModelContainer::openOnce(const std::filesystem::path& file, bool& isBusy) {
     try {
         // Create the file ourselves so that it is user-only from the first byte.
         int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
@@ -452,6 +467,9 @@ ModelContainer::OpenResult ModelContainer::open(const std::filesystem::path& fil
         transaction.commit();
         for (const char* companion : {"-wal", "-shm"}) ::chmod((file.string() + companion).c_str(), 0600);
         return std::unique_ptr<ModelContainer>(new ModelContainer(std::move(database), file));
+    } catch (const SQLite::Exception& error) {
+        isBusy = (error.getErrorCode() & 0xff) == SQLITE_BUSY;
+        return std::string(error.what());
     } catch (const std::exception& error) {
         return std::string(error.what());
     }

@@ -103,6 +103,8 @@ public:
 
 private:
     ModelContainer(std::unique_ptr<SQLite::Database> database, std::optional<std::filesystem::path> file);
+    // One attempt; `isBusy` when SQLite said the file was locked.
+    static OpenResult openOnce(const std::filesystem::path& file, bool& isBusy);
     class Prepared;
     // The statements of every clip write, compiled once: compiling costs more than running them.
     Prepared prepared(const char* sql);

@@ -71,7 +71,6 @@ public:
     void bind(const Uuid& id);
     void unbind(const Uuid& id);
     ClipShortcutBindings& bindings() { return bindings_; }
-    const SequentialPasteCursor& cursor() const { return cursor_; }
 
 private:
     void deliver(const Clip& clip, const std::string& title, std::optional<std::string> subtitle,

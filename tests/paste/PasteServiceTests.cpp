@@ -170,6 +170,14 @@ TEST_F(PasteServiceTest, ABlockedPasteLeavesTheClipOnTheClipboardAndSaysWhy) {
     EXPECT_EQ(paste(clipOf("image", std::nullopt), true), PasteOutcome::nothingToPaste);
     EXPECT_TRUE(pasteboard.current().empty());
 
+    // Asking for the grant again, refused: the onboarding is asked for.
+    service->needsAccessibilityOnboarding().set(false);
+    permissions.accessibility = false;
+    service->requestAccessibility();
+    EXPECT_TRUE(service->needsAccessibilityOnboarding().value());
+    EXPECT_THAT(log.messages("paste"), ::testing::Contains("Requesting Accessibility access."));
+    permissions.accessibility = true;
+
     // The keystroke can't be made: still pasted, with the error logged.
     keys.isRefused = true;
     EXPECT_EQ(paste(clip), PasteOutcome::pasted);

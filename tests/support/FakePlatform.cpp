@@ -63,7 +63,6 @@ void FakePasteboard::readArchive(std::function<void(PasteboardArchive)> done) {
 }
 
 bool FakePasteboard::writeArchive(const PasteboardArchive& archive) {
-    archiveWrites.push_back(archive);
     current_.clear();
     for (const PasteboardArchive::Item& item : archive.items)
         if (!item.empty()) {

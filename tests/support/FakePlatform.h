@@ -30,7 +30,6 @@ public:
     std::vector<ClipboardContent> writes;
     void readArchive(std::function<void(PasteboardArchive)> done) override;
     bool writeArchive(const PasteboardArchive& archive) override;
-    std::vector<PasteboardArchive> archiveWrites;
     int archiveReads = 0;
 
     // What the clipboard holds now, as the types a reader is offered and their bytes.

@@ -24,11 +24,6 @@ std::optional<Shortcut> KeyboardShortcuts::getShortcut(const std::string& name) 
     return std::nullopt;
 }
 
-bool KeyboardShortcuts::isCleared(const std::string& name) const {
-    std::optional<PlistValue> stored = defaults_.object(keyFor(name));
-    return stored && stored->isBool() && !defaults_.boolValue(keyFor(name));
-}
-
 void KeyboardShortcuts::setShortcut(std::optional<Shortcut> shortcut, const std::string& name) {
     if (shortcut) {
         defaults_.set(keyFor(name), PlistValue(shortcut->json()));

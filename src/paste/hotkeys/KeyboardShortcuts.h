@@ -19,7 +19,6 @@
 namespace tamarind {
 
 inline constexpr const char* kKeyboardShortcutsKeyPrefix = "KeyboardShortcuts_";
-inline constexpr const char* kShortcutByNameDidChange = "KeyboardShortcuts_shortcutByNameDidChange";
 
 class KeyboardShortcuts {
 public:
@@ -36,8 +35,6 @@ public:
     void setShortcut(std::optional<Shortcut> shortcut, const std::string& name);
     // Back to the declared default, or to none.
     void reset(const std::string& name);
-    // True when the user cleared it (stored false).
-    bool isCleared(const std::string& name) const;
 
     // `alsoWithShift` also registers the combination with Shift added (when it has none), for
     // handlers that read Shift as "paste as plain text".

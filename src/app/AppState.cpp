@@ -1,5 +1,7 @@
 #include "app/AppState.h"
 
+#include "foundation/MachineID.h"
+
 namespace tamarind {
 
 namespace {
@@ -20,7 +22,7 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
       launchAtLoginStatus_(loop, LoginItemStatus::notRegistered) {
     if (platform.permissions) permissions_ = std::make_unique<PermissionManager>(loop, *platform.permissions);
     store_ = std::make_unique<ClipStore>(loop, stores ? std::move(*stores) : openLibrary(paths),
-                                         BlobStore(paths.blobs()), "LOCAL");
+                                         BlobStore(paths.blobs()), machineID(defaults));
     preferences_ = std::make_unique<CapturePreferences>(defaults, loop);
     rules_ = std::make_unique<SmartRuleStore>(defaults, loop);
     store_->setActiveRulesProvider([rules = rules_.get(), alive = std::weak_ptr<bool>(isAlive_)] {
@@ -34,7 +36,7 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
         loop, PlatformForPaste{platform.pasteboard, platform.workspace, platform.permissions, platform.keyEvents},
         BlobStore(paths.blobs()), *preferences_);
     if (platform.hotKeys && platform.hud) {
-        shortcuts_ = std::make_unique<KeyboardShortcuts>(defaults, *platform.hotKeys, declaredDefaultShortcut);
+        shortcuts_ = std::make_unique<KeyboardShortcuts>(defaults, loop, *platform.hotKeys, declaredDefaultShortcut);
         pasteCoordinator_ = std::make_unique<PasteCoordinator>(
             loop, *store_, *paste_, *platform.hud, *shortcuts_, defaults, platform.keyEvents,
             [permissions = permissions_.get(), alive = std::weak_ptr<bool>(isAlive_)] {
@@ -83,8 +85,8 @@ void AppState::start() {
         shortcuts_->onKeyDown("collectMode", [collect = collectMode_.get()] { collect->toggle(); });
     }
     if (hud_) {
-        collectMode_->setOnStored([hud = hud_] {
-            hud->show(HUDContent{"square.stack.3d.up.fill", kCollectModeStoredTitle, std::nullopt, false},
+        collectMode_->setOnStored([hud = hud_](long long count) {
+            hud->show(HUDContent{"square.stack.3d.up.fill", collectFinishTitle(count), kCollectModeStoredDetail, false},
                       kPasteHUDDuration);
         });
     }

@@ -5,6 +5,11 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
+
+#include <xcb/xcb.h>
+
 #include <QApplication>
 
 #include "app/AppState.h"
@@ -80,10 +85,28 @@ private:
     FdWatch watch_;
 };
 
+// Qt aborts (with a core dump) when it finds no display, so ask first, and answer in one line.
+std::optional<std::string> missingDisplay() {
+    const char* display = std::getenv("DISPLAY");
+    if (!display || !*display) return "DISPLAY is not set";
+    xcb_connection_t* connection = xcb_connect(nullptr, nullptr);
+    bool fails = xcb_connection_has_error(connection) != 0;
+    xcb_disconnect(connection);
+    if (fails) return "cannot open display " + std::string(display);
+    return std::nullopt;
+}
+
 }  // namespace
 
 int runDesktopApp(const Paths& paths, bool isTestHost) {
     Log log("app");
+    if (auto why = missingDisplay()) {
+        std::fprintf(stderr,
+                     "tamarind: %s. The app needs an X11 or Xwayland session; the commands (tamarind --help) "
+                     "work without one.\n",
+                     why->c_str());
+        return 1;
+    }
     QuitSignals::block();
     static int argc = 1;
     static char name[] = "tamarind";
@@ -223,9 +246,11 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
     });
     application.installEventFilter(&menuKeys);
     CollectModeHUD collectHUD(state.collectMode());
+    log.log("Registered collect mode.");
     running = &state;
     log.log("Login item status: %{public}s.", loginItemStatusText(state.launchAtLoginStatus().value()));
-    log.log("Tamarind is capturing the clipboard; the library is %{public}s.", paths.applicationSupport.string());
+    log.log("Tamarind launched as an accessory app.");
+    log.log("It runs in the status area, without a window; the library is %{public}s.", paths.applicationSupport.string());
     QApplication::exec();
     running = nullptr;
     log.log("Tamarind stopped.");

@@ -13,8 +13,6 @@ template <class Enum, std::size_t N> Enum caseOrFirst(const std::array<Enum, N>&
     return all.front();
 }
 
-std::string storedString(const Defaults& defaults, const char* key) { return defaults.string(key).value_or(""); }
-
 }  // namespace
 
 std::string_view rawValue(ThemeChoice theme) {
@@ -104,65 +102,26 @@ std::string_view detailText(MenuBarIconStyle style) {
     return appearanceTexts::monochromeDetail;
 }
 
-bool AppearancePreferences::boolOrDefault(const char* key, bool fallback) const {
-    return defaults_.object(key) ? defaults_.boolValue(key) : fallback;
-}
-
 AppearancePreferences::AppearancePreferences(Defaults& defaults, MainLoop& loop)
-    : defaults_(defaults),
-      theme_(loop, themeChoiceOrSystem(storedString(defaults, appearanceKeys::theme))),
-      accent_(loop, accentChoiceOrIndigo(storedString(defaults, appearanceKeys::accent))),
-      cardDensity_(loop, cardDensityOrComfortable(storedString(defaults, appearanceKeys::cardDensity))),
-      showsSourceAppIcons_(loop, boolOrDefault(appearanceKeys::showsSourceAppIcons, true)),
-      timestampStyle_(loop, timestampStyleOrRelative(storedString(defaults, appearanceKeys::timestampStyle))),
-      showsMenuBarIcon_(loop, boolOrDefault(appearanceKeys::showsMenuBarIcon, true)),
-      menuBarIconStyle_(loop, menuBarIconStyleOrMonochrome(storedString(defaults, appearanceKeys::menuBarIconStyle))),
-      checksForUpdatesAutomatically_(loop, boolOrDefault(appearanceKeys::checksForUpdatesAutomatically, true)),
-      hasCompletedOnboarding_(loop, defaults.boolValue(appearanceKeys::hasCompletedOnboarding)) {}
+    : Preferences(defaults, loop),
+      theme_(*this, appearanceKeys::theme, enumSetting(themeChoiceOrSystem, rawValue)),
+      accent_(*this, appearanceKeys::accent, enumSetting(accentChoiceOrIndigo, rawValue)),
+      cardDensity_(*this, appearanceKeys::cardDensity, enumSetting(cardDensityOrComfortable, rawValue)),
+      showsSourceAppIcons_(*this, appearanceKeys::showsSourceAppIcons, boolSetting(true)),
+      timestampStyle_(*this, appearanceKeys::timestampStyle, enumSetting(timestampStyleOrRelative, rawValue)),
+      showsMenuBarIcon_(*this, appearanceKeys::showsMenuBarIcon, boolSetting(true)),
+      menuBarIconStyle_(*this, appearanceKeys::menuBarIconStyle, enumSetting(menuBarIconStyleOrMonochrome, rawValue)),
+      checksForUpdatesAutomatically_(*this, appearanceKeys::checksForUpdatesAutomatically, boolSetting(true)),
+      hasCompletedOnboarding_(*this, appearanceKeys::hasCompletedOnboarding, boolSetting()) {}
 
-void AppearancePreferences::setTheme(ThemeChoice value) {
-    theme_.set(value);
-    defaults_.set(appearanceKeys::theme, rawValue(value));
-}
-
-void AppearancePreferences::setAccent(AccentChoice value) {
-    accent_.set(value);
-    defaults_.set(appearanceKeys::accent, rawValue(value));
-}
-
-void AppearancePreferences::setCardDensity(CardDensity value) {
-    cardDensity_.set(value);
-    defaults_.set(appearanceKeys::cardDensity, rawValue(value));
-}
-
-void AppearancePreferences::setShowsSourceAppIcons(bool value) {
-    showsSourceAppIcons_.set(value);
-    defaults_.set(appearanceKeys::showsSourceAppIcons, value);
-}
-
-void AppearancePreferences::setTimestampStyle(TimestampStyle value) {
-    timestampStyle_.set(value);
-    defaults_.set(appearanceKeys::timestampStyle, rawValue(value));
-}
-
-void AppearancePreferences::setShowsMenuBarIcon(bool value) {
-    showsMenuBarIcon_.set(value);
-    defaults_.set(appearanceKeys::showsMenuBarIcon, value);
-}
-
-void AppearancePreferences::setMenuBarIconStyle(MenuBarIconStyle value) {
-    menuBarIconStyle_.set(value);
-    defaults_.set(appearanceKeys::menuBarIconStyle, rawValue(value));
-}
-
-void AppearancePreferences::setChecksForUpdatesAutomatically(bool value) {
-    checksForUpdatesAutomatically_.set(value);
-    defaults_.set(appearanceKeys::checksForUpdatesAutomatically, value);
-}
-
-void AppearancePreferences::setHasCompletedOnboarding(bool value) {
-    hasCompletedOnboarding_.set(value);
-    defaults_.set(appearanceKeys::hasCompletedOnboarding, value);
-}
+void AppearancePreferences::setTheme(ThemeChoice value) { theme_.set(value); }
+void AppearancePreferences::setAccent(AccentChoice value) { accent_.set(value); }
+void AppearancePreferences::setCardDensity(CardDensity value) { cardDensity_.set(value); }
+void AppearancePreferences::setShowsSourceAppIcons(bool value) { showsSourceAppIcons_.set(value); }
+void AppearancePreferences::setTimestampStyle(TimestampStyle value) { timestampStyle_.set(value); }
+void AppearancePreferences::setShowsMenuBarIcon(bool value) { showsMenuBarIcon_.set(value); }
+void AppearancePreferences::setMenuBarIconStyle(MenuBarIconStyle value) { menuBarIconStyle_.set(value); }
+void AppearancePreferences::setChecksForUpdatesAutomatically(bool value) { checksForUpdatesAutomatically_.set(value); }
+void AppearancePreferences::setHasCompletedOnboarding(bool value) { hasCompletedOnboarding_.set(value); }
 
 }  // namespace tamarind

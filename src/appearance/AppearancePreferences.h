@@ -1,9 +1,8 @@
 #pragma once
 // The settings that shape how clips are drawn and how the program shows itself
-// in the menu bar, with two general flags. Reads every key once at construction
-// into an observable property and writes each change straight back; the
-// surfaces and the menu bar observe the properties, the Settings window calls
-// the setters. Main thread only.
+// in the menu bar, with two general flags, as stored properties
+// (foundation/Preferences.h); the surfaces and the menu bar observe them, the
+// Settings window calls the setters. Main thread only.
 //
 // Enumerations are stored by raw string (the case name). A missing key or an
 // unknown string reads as the first case, and is left as stored: reading
@@ -13,7 +12,7 @@
 #include <string_view>
 
 #include "foundation/Defaults.h"
-#include "foundation/Observable.h"
+#include "foundation/Preferences.h"
 
 namespace tamarind {
 
@@ -72,7 +71,7 @@ inline constexpr const char* coloredDetail = "Tinted with your accent colour.";
 inline constexpr const char* hiddenWhenIdleDetail = "Only appears when capture is paused or collect mode is on.";
 }  // namespace appearanceTexts
 
-class AppearancePreferences {
+class AppearancePreferences final : public Preferences {
 public:
     AppearancePreferences(Defaults& defaults, MainLoop& loop);
 
@@ -98,18 +97,15 @@ public:
     void setHasCompletedOnboarding(bool value);
 
 private:
-    bool boolOrDefault(const char* key, bool fallback) const;
-
-    Defaults& defaults_;
-    Observable<ThemeChoice> theme_;
-    Observable<AccentChoice> accent_;
-    Observable<CardDensity> cardDensity_;
-    Observable<bool> showsSourceAppIcons_;
-    Observable<TimestampStyle> timestampStyle_;
-    Observable<bool> showsMenuBarIcon_;
-    Observable<MenuBarIconStyle> menuBarIconStyle_;
-    Observable<bool> checksForUpdatesAutomatically_;
-    Observable<bool> hasCompletedOnboarding_;
+    StoredProperty<ThemeChoice> theme_;
+    StoredProperty<AccentChoice> accent_;
+    StoredProperty<CardDensity> cardDensity_;
+    StoredProperty<bool> showsSourceAppIcons_;
+    StoredProperty<TimestampStyle> timestampStyle_;
+    StoredProperty<bool> showsMenuBarIcon_;
+    StoredProperty<MenuBarIconStyle> menuBarIconStyle_;
+    StoredProperty<bool> checksForUpdatesAutomatically_;
+    StoredProperty<bool> hasCompletedOnboarding_;
 };
 
 }  // namespace tamarind

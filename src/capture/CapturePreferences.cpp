@@ -6,20 +6,29 @@ namespace tamarind {
 
 namespace {
 
-std::set<std::string> readExclusions(const Defaults& defaults) {
-    auto stored = defaults.stringArray(captureKeys::excludedBundleIDs);
-    if (!stored) return CapturePreferences::defaultExcludedBundleIDs();
-    return std::set<std::string>(stored->begin(), stored->end());
+// Absent: the default list. Stored as an array, sorted ascending.
+SettingCodec<std::set<std::string>> exclusionsSetting() {
+    return {[](const Defaults& defaults, const std::string& key) {
+                auto stored = defaults.stringArray(key);
+                if (!stored) return CapturePreferences::defaultExcludedBundleIDs();
+                return std::set<std::string>(stored->begin(), stored->end());
+            },
+            [](Defaults& defaults, const std::string& key, const std::set<std::string>& value) {
+                PlistArray sorted;  // a std::set iterates in ascending byte order
+                for (const std::string& id : value) sorted.emplace_back(id);
+                defaults.set(key, std::move(sorted));
+            }};
 }
 
-std::optional<long long> readMaximumAge(const Defaults& defaults) {
-    long long days = defaults.integer(captureKeys::maximumAgeInDays);
-    return days < 1 ? std::nullopt : std::optional<long long>(days);
-}
-
-long long readMaximumClipCount(const Defaults& defaults) {
-    long long count = defaults.integer(captureKeys::maximumClipCount);
-    return count < 1 ? kDefaultMaximumClipCount : count;
+// Below 1 day means none, which is stored as 0.
+SettingCodec<std::optional<long long>> maximumAgeSetting() {
+    return {[](const Defaults& defaults, const std::string& key) {
+                long long days = defaults.integer(key);
+                return days < 1 ? std::nullopt : std::optional<long long>(days);
+            },
+            [](Defaults& defaults, const std::string& key, const std::optional<long long>& value) {
+                defaults.set(key, static_cast<std::int64_t>(value.value_or(0)));
+            }};
 }
 
 }  // namespace
@@ -38,157 +47,47 @@ const std::set<std::string>& CapturePreferences::defaultExcludedBundleIDs() {
     return ids;
 }
 
-bool CapturePreferences::boolOrDefault(const char* key, bool fallback) const {
-    return defaults_.object(key) ? defaults_.boolValue(key) : fallback;
-}
-
 CapturePreferences::CapturePreferences(Defaults& defaults, MainLoop& loop)
-    : defaults_(defaults),
-      isPaused_(loop, false),
-      excludedBundleIDs_(loop, {}),
-      maximumClipCount_(loop, kDefaultMaximumClipCount),
-      maximumAgeInDays_(loop, std::nullopt),
-      isFaviconFetchEnabled_(loop, false),
-      restoresPasteboardAfterPaste_(loop, false),
-      isOCREnabled_(loop, true),
-      isScreenshotHistoryEnabled_(loop, true),
-      deletesOriginalScreenshot_(loop, false),
-      preferredColorFormat_(loop, ColorFormat::hex),
-      pasteKeystroke_(loop, PasteKeystroke::automatic),
-      multiClipJoiner_(loop, MultiClipJoiner::newline),
-      multiClipCustomSeparator_(loop, ""),
-      minimumCharacters_(loop, 0),
-      maximumMegabytes_(loop, 0),
-      isSensitiveDetectionEnabled_(loop, true),
-      sensitiveHandling_(loop, SensitiveHandling::storeBlurred),
-      autoResumeMinutes_(loop, 0) {
-    reload();
-    // Another program (the command line) may change the settings while this one runs.
-    observation_ = defaults_.observe([this](const std::string&) { reload(); });
-}
+    : Preferences(defaults, loop),
+      isPaused_(*this, captureKeys::isPaused, boolSetting()),
+      excludedBundleIDs_(*this, captureKeys::excludedBundleIDs, exclusionsSetting()),
+      maximumClipCount_(*this, captureKeys::maximumClipCount,
+                        integerSetting(0, [](long long count) { return count < 1 ? kDefaultMaximumClipCount : count; })),
+      maximumAgeInDays_(*this, captureKeys::maximumAgeInDays, maximumAgeSetting()),
+      isFaviconFetchEnabled_(*this, captureKeys::faviconFetchEnabled, boolSetting()),
+      restoresPasteboardAfterPaste_(*this, captureKeys::restoresPasteboardAfterPaste, boolSetting()),
+      isOCREnabled_(*this, captureKeys::ocrEnabled, boolSetting(true)),
+      isScreenshotHistoryEnabled_(*this, captureKeys::screenshotHistoryEnabled, boolSetting(true)),
+      deletesOriginalScreenshot_(*this, captureKeys::deletesOriginalScreenshot, boolSetting()),
+      preferredColorFormat_(*this, captureKeys::preferredColorFormat, enumSetting(colorFormatOrHex, rawValue)),
+      pasteKeystroke_(*this, captureKeys::pasteKeystroke, enumSetting(pasteKeystrokeOrAutomatic, rawValue)),
+      multiClipJoiner_(*this, captureKeys::multiClipJoiner, enumSetting(multiClipJoinerOrNewline, rawValue)),
+      multiClipCustomSeparator_(*this, captureKeys::multiClipCustomSeparator, stringSetting(" | ")),
+      minimumCharacters_(*this, captureKeys::minimumCharacters, integerSetting()),
+      maximumMegabytes_(*this, captureKeys::maximumMegabytes,
+                        doubleSetting(0, [](double megabytes) { return std::max(0.0, megabytes); })),
+      isSensitiveDetectionEnabled_(*this, captureKeys::sensitiveDetectionEnabled, boolSetting(true)),
+      sensitiveHandling_(*this, captureKeys::sensitiveHandling, enumSetting(sensitiveHandlingFromRawValue, rawValue)),
+      autoResumeMinutes_(*this, captureKeys::autoResumeMinutes, integerSetting()) {}
 
-namespace {
-
-// Only a value that differs is set, so that a reload tells the subscribers of real changes only.
-template <class T> void update(Observable<T>& observable, T value) {
-    if (!(observable.value() == value)) observable.set(std::move(value));
-}
-
-}  // namespace
-
-void CapturePreferences::reload() {
-    update(isPaused_, defaults_.boolValue(captureKeys::isPaused));
-    update(excludedBundleIDs_, readExclusions(defaults_));
-    update(maximumClipCount_, readMaximumClipCount(defaults_));
-    update(maximumAgeInDays_, readMaximumAge(defaults_));
-    update(isFaviconFetchEnabled_, defaults_.boolValue(captureKeys::faviconFetchEnabled));
-    update(restoresPasteboardAfterPaste_, defaults_.boolValue(captureKeys::restoresPasteboardAfterPaste));
-    update(isOCREnabled_, boolOrDefault(captureKeys::ocrEnabled, true));
-    update(isScreenshotHistoryEnabled_, boolOrDefault(captureKeys::screenshotHistoryEnabled, true));
-    update(deletesOriginalScreenshot_, defaults_.boolValue(captureKeys::deletesOriginalScreenshot));
-    update(preferredColorFormat_, colorFormatOrHex(defaults_.string(captureKeys::preferredColorFormat).value_or("")));
-    update(pasteKeystroke_, pasteKeystrokeOrAutomatic(defaults_.string(captureKeys::pasteKeystroke).value_or("")));
-    update(multiClipJoiner_, multiClipJoinerOrNewline(defaults_.string(captureKeys::multiClipJoiner).value_or("")));
-    update(multiClipCustomSeparator_, defaults_.string(captureKeys::multiClipCustomSeparator).value_or(" | "));
-    update(minimumCharacters_, static_cast<long long>(defaults_.integer(captureKeys::minimumCharacters)));
-    update(maximumMegabytes_, std::max(0.0, defaults_.doubleValue(captureKeys::maximumMegabytes)));
-    update(isSensitiveDetectionEnabled_, boolOrDefault(captureKeys::sensitiveDetectionEnabled, true));
-    update(sensitiveHandling_,
-           sensitiveHandlingFromRawValue(defaults_.string(captureKeys::sensitiveHandling).value_or("")));
-    update(autoResumeMinutes_, static_cast<long long>(defaults_.integer(captureKeys::autoResumeMinutes)));
-}
-
-void CapturePreferences::setPaused(bool value) {
-    isPaused_.set(value);
-    defaults_.set(captureKeys::isPaused, value);
-}
-
-void CapturePreferences::setExcludedBundleIDs(std::set<std::string> value) {
-    PlistArray sorted;  // a std::set iterates in ascending byte order
-    for (const std::string& id : value) sorted.emplace_back(id);
-    excludedBundleIDs_.set(std::move(value));
-    defaults_.set(captureKeys::excludedBundleIDs, std::move(sorted));
-}
-
-void CapturePreferences::setMaximumClipCount(long long value) {
-    maximumClipCount_.set(value);
-    defaults_.set(captureKeys::maximumClipCount, value);
-}
-
-void CapturePreferences::setMaximumAgeInDays(std::optional<long long> value) {
-    maximumAgeInDays_.set(value);
-    defaults_.set(captureKeys::maximumAgeInDays, value.value_or(0));
-}
-
-void CapturePreferences::setFaviconFetchEnabled(bool value) {
-    isFaviconFetchEnabled_.set(value);
-    defaults_.set(captureKeys::faviconFetchEnabled, value);
-}
-
-void CapturePreferences::setRestoresPasteboardAfterPaste(bool value) {
-    restoresPasteboardAfterPaste_.set(value);
-    defaults_.set(captureKeys::restoresPasteboardAfterPaste, value);
-}
-
-void CapturePreferences::setOCREnabled(bool value) {
-    isOCREnabled_.set(value);
-    defaults_.set(captureKeys::ocrEnabled, value);
-}
-
-void CapturePreferences::setScreenshotHistoryEnabled(bool value) {
-    isScreenshotHistoryEnabled_.set(value);
-    defaults_.set(captureKeys::screenshotHistoryEnabled, value);
-}
-
-void CapturePreferences::setDeletesOriginalScreenshot(bool value) {
-    deletesOriginalScreenshot_.set(value);
-    defaults_.set(captureKeys::deletesOriginalScreenshot, value);
-}
-
-void CapturePreferences::setPreferredColorFormat(ColorFormat value) {
-    preferredColorFormat_.set(value);
-    defaults_.set(captureKeys::preferredColorFormat, rawValue(value));
-}
-
-void CapturePreferences::setPasteKeystroke(PasteKeystroke value) {
-    pasteKeystroke_.set(value);
-    defaults_.set(captureKeys::pasteKeystroke, std::string(rawValue(value)));
-}
-
-void CapturePreferences::setMultiClipJoiner(MultiClipJoiner value) {
-    multiClipJoiner_.set(value);
-    defaults_.set(captureKeys::multiClipJoiner, rawValue(value));
-}
-
-void CapturePreferences::setMultiClipCustomSeparator(std::string value) {
-    multiClipCustomSeparator_.set(value);
-    defaults_.set(captureKeys::multiClipCustomSeparator, std::move(value));
-}
-
-void CapturePreferences::setMinimumCharacters(long long value) {
-    minimumCharacters_.set(value);
-    defaults_.set(captureKeys::minimumCharacters, value);
-}
-
-void CapturePreferences::setMaximumMegabytes(double value) {
-    maximumMegabytes_.set(value);
-    defaults_.set(captureKeys::maximumMegabytes, value);
-}
-
-void CapturePreferences::setSensitiveDetectionEnabled(bool value) {
-    isSensitiveDetectionEnabled_.set(value);
-    defaults_.set(captureKeys::sensitiveDetectionEnabled, value);
-}
-
-void CapturePreferences::setSensitiveHandling(SensitiveHandling value) {
-    sensitiveHandling_.set(value);
-    defaults_.set(captureKeys::sensitiveHandling, rawValue(value));
-}
-
-void CapturePreferences::setAutoResumeMinutes(long long value) {
-    autoResumeMinutes_.set(value);
-    defaults_.set(captureKeys::autoResumeMinutes, value);
-}
+void CapturePreferences::setPaused(bool value) { isPaused_.set(value); }
+void CapturePreferences::setExcludedBundleIDs(std::set<std::string> value) { excludedBundleIDs_.set(std::move(value)); }
+void CapturePreferences::setMaximumClipCount(long long value) { maximumClipCount_.set(value); }
+void CapturePreferences::setMaximumAgeInDays(std::optional<long long> value) { maximumAgeInDays_.set(value); }
+void CapturePreferences::setFaviconFetchEnabled(bool value) { isFaviconFetchEnabled_.set(value); }
+void CapturePreferences::setRestoresPasteboardAfterPaste(bool value) { restoresPasteboardAfterPaste_.set(value); }
+void CapturePreferences::setOCREnabled(bool value) { isOCREnabled_.set(value); }
+void CapturePreferences::setScreenshotHistoryEnabled(bool value) { isScreenshotHistoryEnabled_.set(value); }
+void CapturePreferences::setDeletesOriginalScreenshot(bool value) { deletesOriginalScreenshot_.set(value); }
+void CapturePreferences::setPreferredColorFormat(ColorFormat value) { preferredColorFormat_.set(value); }
+void CapturePreferences::setPasteKeystroke(PasteKeystroke value) { pasteKeystroke_.set(value); }
+void CapturePreferences::setMultiClipJoiner(MultiClipJoiner value) { multiClipJoiner_.set(value); }
+void CapturePreferences::setMultiClipCustomSeparator(std::string value) { multiClipCustomSeparator_.set(std::move(value)); }
+void CapturePreferences::setMinimumCharacters(long long value) { minimumCharacters_.set(value); }
+void CapturePreferences::setMaximumMegabytes(double value) { maximumMegabytes_.set(value); }
+void CapturePreferences::setSensitiveDetectionEnabled(bool value) { isSensitiveDetectionEnabled_.set(value); }
+void CapturePreferences::setSensitiveHandling(SensitiveHandling value) { sensitiveHandling_.set(value); }
+void CapturePreferences::setAutoResumeMinutes(long long value) { autoResumeMinutes_.set(value); }
 
 void CapturePreferences::restoreDefaultExclusions() { setExcludedBundleIDs(defaultExcludedBundleIDs()); }
 

@@ -1,8 +1,8 @@
 #pragma once
 // The one home of the settings that govern capture, retention and a few
-// neighbours. Reads every key once at construction into an observable
-// property and writes each change straight back to the settings; services
-// observe the properties and nothing else reads these keys. Main thread only.
+// neighbours: stored properties (foundation/Preferences.h), so that a change
+// made by the command line reaches the running app at once. Services observe
+// the properties and nothing else reads these keys. Main thread only.
 
 #include <optional>
 #include <set>
@@ -12,7 +12,7 @@
 #include "capture/MultiClipPayload.h"
 #include "capture/SensitiveContent.h"
 #include "foundation/Defaults.h"
-#include "foundation/Observable.h"
+#include "foundation/Preferences.h"
 #include "library/ClipStore.h"
 #include "paste/ColorFormat.h"
 #include "platform/KeyEvents.h"
@@ -42,7 +42,7 @@ inline constexpr const char* autoResumeMinutes = "capture.autoResumeMinutes";
 
 inline constexpr long long kDefaultMaximumClipCount = 10000;
 
-class CapturePreferences {
+class CapturePreferences final : public Preferences {
 public:
     CapturePreferences(Defaults& defaults, MainLoop& loop);
 
@@ -92,30 +92,24 @@ public:
     void restoreDefaultExclusions();
 
 private:
-    bool boolOrDefault(const char* key, bool fallback) const;
-    // Reads every key again; only what changed is set on its observable.
-    void reload();
-
-    Defaults& defaults_;
-    Observable<bool> isPaused_;
-    Observable<std::set<std::string>> excludedBundleIDs_;
-    Observable<long long> maximumClipCount_;
-    Observable<std::optional<long long>> maximumAgeInDays_;
-    Observable<bool> isFaviconFetchEnabled_;
-    Observable<bool> restoresPasteboardAfterPaste_;
-    Observable<bool> isOCREnabled_;
-    Observable<bool> isScreenshotHistoryEnabled_;
-    Observable<bool> deletesOriginalScreenshot_;
-    Observable<ColorFormat> preferredColorFormat_;
-    Observable<PasteKeystroke> pasteKeystroke_;
-    Observable<MultiClipJoiner> multiClipJoiner_;
-    Observable<std::string> multiClipCustomSeparator_;
-    Observable<long long> minimumCharacters_;
-    Observable<double> maximumMegabytes_;
-    Observable<bool> isSensitiveDetectionEnabled_;
-    Observable<SensitiveHandling> sensitiveHandling_;
-    Observable<long long> autoResumeMinutes_;
-    DefaultsObservation observation_;
+    StoredProperty<bool> isPaused_;
+    StoredProperty<std::set<std::string>> excludedBundleIDs_;
+    StoredProperty<long long> maximumClipCount_;
+    StoredProperty<std::optional<long long>> maximumAgeInDays_;
+    StoredProperty<bool> isFaviconFetchEnabled_;
+    StoredProperty<bool> restoresPasteboardAfterPaste_;
+    StoredProperty<bool> isOCREnabled_;
+    StoredProperty<bool> isScreenshotHistoryEnabled_;
+    StoredProperty<bool> deletesOriginalScreenshot_;
+    StoredProperty<ColorFormat> preferredColorFormat_;
+    StoredProperty<PasteKeystroke> pasteKeystroke_;
+    StoredProperty<MultiClipJoiner> multiClipJoiner_;
+    StoredProperty<std::string> multiClipCustomSeparator_;
+    StoredProperty<long long> minimumCharacters_;
+    StoredProperty<double> maximumMegabytes_;
+    StoredProperty<bool> isSensitiveDetectionEnabled_;
+    StoredProperty<SensitiveHandling> sensitiveHandling_;
+    StoredProperty<long long> autoResumeMinutes_;
 };
 
 // Texts of the settings screen that fix what these settings mean.

@@ -45,6 +45,9 @@ void ClipCaptureService::scheduleRetention() {
 }
 
 void ClipCaptureService::handle(const PasteboardSnapshot& snapshot) {
+    // A setting or rule another program wrote a moment ago is in force for this copy, whichever
+    // of the two events the loop took first.
+    preferences_.synchronize();
     const std::set<std::string>& excluded = preferences_.excludedBundleIDs().value();
     // A refused copy never reaches collect mode; the store repeats the gate and gives the refusal
     // its result and log line.

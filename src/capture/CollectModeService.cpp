@@ -59,8 +59,12 @@ bool CollectModeService::stage(const PasteboardSnapshot& snapshot, ClipKind kind
     return true;
 }
 
+std::string collectFinishTitle(long long count) {
+    return "Collected " + std::to_string(count) + " item" + (count == 1 ? "" : "s");
+}
+
 std::optional<Uuid> CollectModeService::finish() {
-    if (!isActive_.value()) return std::nullopt;
+    // Off, the stack is empty: the same answer, so that a caller always hears the state.
     const MultiClipPayload& payload = payload_.value();
     if (payload.items.empty()) {
         isActive_.set(false);
@@ -77,7 +81,7 @@ std::optional<Uuid> CollectModeService::finish() {
     isActive_.set(false);
     log_.log("Collect mode off; stored %{public}ld items as one clip.", count);
     if (onStateChange_) onStateChange_(false);
-    if (onStored_) onStored_();
+    if (onStored_) onStored_(count);
     return id;
 }
 

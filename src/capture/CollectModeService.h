@@ -18,7 +18,9 @@ inline constexpr const char* kCollectModeShortcutDetail = "Stage several copies,
 // The panel's texts.
 inline constexpr const char* kCollectModeHint = "Copy anything \u2014 each item is added to this stack.";
 inline constexpr const char* kCollectModeCancelButton = "Cancel collecting";
-inline constexpr const char* kCollectModeStoredTitle = "Stored as one clip";
+// The HUD after a finish: "Collected 3 items" over this detail.
+inline constexpr const char* kCollectModeStoredDetail = "Stored as one clip";
+std::string collectFinishTitle(long long count);
 
 class CollectModeService {
 public:
@@ -27,12 +29,12 @@ public:
     const Observable<bool>& isActive() const { return isActive_; }
     const Observable<MultiClipPayload>& payload() const { return payload_; }
     void setOnStateChange(std::function<void(bool)> onStateChange) { onStateChange_ = std::move(onStateChange); }
-    // Called once a finish has stored the stack as a clip, for the HUD.
-    void setOnStored(std::function<void()> onStored) { onStored_ = std::move(onStored); }
+    // Called once a finish has stored the stack as a clip, with the number of items, for the HUD.
+    void setOnStored(std::function<void(long long count)> onStored) { onStored_ = std::move(onStored); }
 
     void begin();
-    // Stores the stack as one clip (none when it is empty) and ends collecting. The new clip's
-    // id, if one was stored.
+    // Stores the stack as one clip (none when it is empty, or collect mode is off) and ends
+    // collecting, telling the state either way. The new clip's id, if one was stored.
     std::optional<Uuid> finish();
     void cancel();
     // Begins, or finishes while collecting.
@@ -48,7 +50,7 @@ private:
     Observable<bool> isActive_;
     Observable<MultiClipPayload> payload_;
     std::function<void(bool)> onStateChange_;
-    std::function<void()> onStored_;
+    std::function<void(long long)> onStored_;
     Log log_{"capture"};
 };
 

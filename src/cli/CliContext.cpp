@@ -2,6 +2,7 @@
 
 #include <ostream>
 
+#include "foundation/MachineID.h"
 #include "foundation/PlistFileDefaults.h"
 #include "foundation/Text.h"
 
@@ -39,6 +40,11 @@ CapturePreferences& CliContext::preferences() {
     return *preferences_;
 }
 
+AppearancePreferences& CliContext::appearance() {
+    if (!appearance_) appearance_ = std::make_unique<AppearancePreferences>(defaults(), loop_);
+    return *appearance_;
+}
+
 SmartRuleStore& CliContext::rules() {
     if (!rules_) rules_ = std::make_unique<SmartRuleStore>(defaults(), loop_);
     return *rules_;
@@ -52,7 +58,7 @@ ClipStore& CliContext::store() {
     if (stores.main->isInMemory())
         refuse("cannot open the library at " + (paths_.applicationSupport / kMainStoreFilename).string() +
                " (see the line above); the file was left as it is. `tamarind doctor` tells more.");
-    store_ = std::make_unique<ClipStore>(loop_, std::move(stores), BlobStore(paths_.blobs()), "CLI");
+    store_ = std::make_unique<ClipStore>(loop_, std::move(stores), BlobStore(paths_.blobs()), machineID(defaults()));
     store_->setCaptureLimits(captureLimits(preferences()));
     store_->setActiveRulesProvider([this] { return rules_ ? rules_->activeRules() : storedActiveRules(defaults()); });
     return *store_;

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "appearance/AppearancePreferences.h"
 #include "capture/CapturePreferences.h"
 #include "foundation/Paths.h"
 #include "foundation/PollMainLoop.h"
@@ -64,6 +65,7 @@ public:
 
     Defaults& defaults();
     CapturePreferences& preferences();
+    AppearancePreferences& appearance();
     SmartRuleStore& rules();
     // Refuses when the library can't be opened from its files: the command line never falls
     // back to a store in memory, where what it writes would be lost.
@@ -85,6 +87,7 @@ private:
     PollMainLoop loop_;
     std::unique_ptr<Defaults> defaults_;
     std::unique_ptr<CapturePreferences> preferences_;
+    std::unique_ptr<AppearancePreferences> appearance_;
     std::unique_ptr<SmartRuleStore> rules_;
     std::unique_ptr<ClipStore> store_;
     bool wantsDesktopApp_ = false;

@@ -11,8 +11,12 @@
 #include "foundation/PollMainLoop.h"
 #include "foundation/Text.h"
 #include "paste/ClipActions.h"
+#include "paste/PasteService.h"
+#include "platform/x11/X11Clipboard.h"
 #include "platform/x11/X11ClipboardWriter.h"
 #include "platform/x11/X11KeySender.h"
+#include "platform/x11/X11Permissions.h"
+#include "platform/x11/X11Workspace.h"
 
 namespace tamarind::cli {
 
@@ -94,26 +98,91 @@ void runCopy(CliContext& context, const CopyOptions& options) {
     }
 }
 
-// Copies, then types the paste keystroke into the window in front, once the keys the user still
-// holds (from the shortcut that ran this) are up.
-void runPaste(CliContext& context, const CopyOptions& options) {
-    runCopy(context, options);
+// What the child of a paste answers its parent with.
+char outcomeByte(PasteOutcome outcome) { return static_cast<char>('0' + static_cast<int>(outcome)); }
+
+// In the child: pastes through the service the app's hotkeys use (the richest form of each kind, a
+// multi-clip joined with the separator in force, files as URLs, the keystroke once the shortcut's
+// keys are up, the restore when it is set), answers the outcome on `ready`, then serves the
+// clipboard until another program takes it. Never touches the store, which the parent owns.
+[[noreturn]] void pasteAndServe(CliContext& context, const Clip& clip, bool isPlain, int ready) {
+    ::setsid();
+    int null = ::open("/dev/null", O_RDWR);
+    for (int fd : {0, 1, 2}) ::dup2(null, fd);
     PollMainLoop loop;
+    auto answer = [&](char byte) {
+        if (ready < 0) return;
+        [[maybe_unused]] ssize_t written = ::write(ready, &byte, 1);
+        ::close(ready);
+        ready = -1;
+    };
     auto opened = X11Connection::open(loop);
     auto* x11 = std::get_if<std::unique_ptr<X11Connection>>(&opened);
-    if (!x11) refuse(std::get<std::string>(opened));
+    if (!x11) {
+        answer('x');
+        ::_exit(1);
+    }
     (*x11)->setOnDisconnected([&loop] { loop.quit(); });
-    auto created = X11KeySender::create(loop, **x11);
-    auto* sender = std::get_if<std::unique_ptr<X11KeySender>>(&created);
-    if (!sender) refuse(std::get<std::string>(created) + "; the clip was copied, paste it by hand");
-    bool isSent = false;
-    (*sender)->sendPaste(context.preferences().pasteKeystroke().value(),
-                         [&](bool sent) {
-                             isSent = sent;
-                             loop.quit();
-                         });
+    auto created = X11Clipboard::create(loop, **x11);
+    auto* clipboard = std::get_if<std::unique_ptr<X11Clipboard>>(&created);
+    if (!clipboard) {
+        answer('x');
+        ::_exit(1);
+    }
+    (*clipboard)->setOnLost([&loop] { loop.quit(); });
+    X11Workspace workspace(**x11, X11Workspace::defaultApplicationFolders());
+    X11Permissions permissions(X11Permissions::isWaylandSessionNow());
+    auto keySender = X11KeySender::create(loop, **x11);
+    auto* keys = std::get_if<std::unique_ptr<X11KeySender>>(&keySender);
+    if (keys) (*keys)->setKeystrokeSetting([&context] { return context.preferences().pasteKeystroke().value(); });
+    PasteService paste(loop, PlatformForPaste{**clipboard, workspace, &permissions, keys ? keys->get() : nullptr},
+                       context.store().blobStore(), context.preferences());
+    paste.recordTargetApplication();
+    bool isServing = false;
+    paste.paste(clip, PasteService::Request{.asPlainText = isPlain}, [&](PasteOutcome outcome) {
+        answer((keys || outcome != PasteOutcome::pasted) ? outcomeByte(outcome) : 'k');
+        isServing = outcome != PasteOutcome::nothingToPaste;
+        if (!isServing) loop.quit();
+    });
     loop.run();
-    if (!isSent) refuse("the paste keystroke could not be typed; the clip was copied");
+    ::_exit(isServing ? 0 : 1);
+}
+
+// As the hotkey pastes: the clip marked used, then pasted by a child process that keeps the
+// clipboard afterwards, as `copy` does.
+void runPaste(CliContext& context, const CopyOptions& options) {
+    Clip clip = *context.store().clip(context.resolveClip(options.id));
+    if (!std::getenv("DISPLAY")) refuse("DISPLAY is not set: pasting needs an X display");
+    context.store().markUsed(clip.id, context.now());
+    int pipeFds[2];
+    if (::pipe(pipeFds) != 0) refuse("cannot start the clipboard owner");
+    context.out().flush();
+    pid_t child = ::fork();
+    if (child < 0) refuse("cannot start the clipboard owner");
+    if (child == 0) {
+        ::close(pipeFds[0]);
+        pasteAndServe(context, clip, options.isPlain, pipeFds[1]);
+    }
+    ::close(pipeFds[1]);
+    char answer = 'x';
+    ssize_t got = ::read(pipeFds[0], &answer, 1);
+    ::close(pipeFds[0]);
+    if (got != 1 || answer == 'x') {
+        ::waitpid(child, nullptr, 0);
+        refuse("could not take the clipboard of display " + std::string(std::getenv("DISPLAY")));
+    }
+    std::string id = clip.id.uuidString().substr(0, kShownIDLength);
+    if (answer == 'k') refuse("the paste keystroke could not be typed; clip " + id + " was copied, paste it by hand");
+    switch (static_cast<PasteOutcome>(answer - '0')) {
+    case PasteOutcome::pasted: return;
+    case PasteOutcome::nothingToPaste:
+        ::waitpid(child, nullptr, 0);
+        refuse("clip " + id + " has nothing to paste");
+    case PasteOutcome::noTarget: refuse("no window to paste into; clip " + id + " was copied");
+    case PasteOutcome::accessibilityMissing:
+        refuse("this session lets no program type into other windows (Wayland); clip " + id +
+               " was copied, paste it with Ctrl+V");
+    }
 }
 
 }  // namespace

@@ -50,11 +50,15 @@ void addCollectionCommands(CLI::App& app, CliContext& context) {
     }).command;
 
     auto name = std::make_shared<std::string>();
+    auto createJson = std::make_shared<bool>(false);
     CLI::App* create = collections->add_subcommand("create", "Create a collection and print its id");
     create->add_option("name", *name, "Its name")->required();
-    create->callback([&context, name] {
+    create->add_flag("--json", *createJson, "Print the new collection as JSON, as `collections --json` lists it");
+    create->callback([&context, name, createJson] {
         if (trimmed(*name).empty()) badUsage("a collection needs a name");
-        context.out() << context.store().createCollection(*name).id.uuidString() << "\n";
+        Collection collection = context.store().createCollection(*name);
+        if (*createJson) return printJson(context, collectionJson(collection));
+        context.out() << collection.id.uuidString() << "\n";
     });
 
     auto renaming = std::make_shared<std::pair<std::string, std::string>>();

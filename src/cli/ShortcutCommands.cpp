@@ -52,7 +52,7 @@ void change(CliContext& context, const std::string& name, std::optional<Shortcut
                                               QString::fromStdString(shortcut ? shortcut->json() : "")}))
         return;
     NoHotKeys noHotKeys;
-    KeyboardShortcuts shortcuts(context.defaults(), noHotKeys, declaredDefaultShortcut);
+    KeyboardShortcuts shortcuts(context.defaults(), context.loop(), noHotKeys, declaredDefaultShortcut);
     // The slots first get their defaults, as the app's first start would give them, so that
     // this change isn't overwritten then.
     installSlotDefaults(shortcuts, context.defaults());
@@ -75,7 +75,7 @@ void list(CliContext& context, bool json) {
     Json states = statesInApp();
     auto stateOf = [&](const std::string& name) { return states.value(name, std::string()); };
     NoHotKeys noHotKeys;
-    KeyboardShortcuts shortcuts(context.defaults(), noHotKeys, declaredDefaultShortcut);
+    KeyboardShortcuts shortcuts(context.defaults(), context.loop(), noHotKeys, declaredDefaultShortcut);
     struct Row {
         std::string name, title, section;
         std::optional<Shortcut> shortcut;

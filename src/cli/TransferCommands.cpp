@@ -66,10 +66,12 @@ std::optional<std::string> stringMember(const Json& line, const char* key) {
     return member->get<std::string>();
 }
 
-// The clipboard as it was when the clip was made, as near as its fields tell.
-PasteboardSnapshot snapshotOfLine(const Json& line) {
+// The clipboard as it was when the clip was made, as near as its fields tell; a line without a
+// date was copied at `importedAt`.
+PasteboardSnapshot snapshotOfLine(const Json& line, Date importedAt) {
     if (!line.is_object()) throw std::runtime_error("not a JSON object");
     PasteboardSnapshot snapshot;
+    snapshot.capturedAt = importedAt;
     snapshot.string = stringMember(line, "text");
     if (!snapshot.string) snapshot.string = stringMember(line, "urlString");
     if (!snapshot.string) snapshot.string = stringMember(line, "hexColor");
@@ -137,6 +139,7 @@ void runImport(CliContext& context, const std::string& path) {
     const auto& excluded = context.preferences().excludedBundleIDs().value();
     long long inserted = 0, deduplicated = 0, rejected = 0, unreadable = 0, lines = 0, bytes = 0;
     Progress progress(context, totalBytes);
+    const Date importedAt = context.now();
     store.setDefersSaves(true);
     std::string text;
     while (std::getline(input, text)) {
@@ -145,7 +148,7 @@ void runImport(CliContext& context, const std::string& path) {
         if (text.find_first_not_of(" \t\r") == std::string::npos) continue;
         try {
             Json line = Json::parse(text);
-            IngestResult result = store.ingest(snapshotOfLine(line), excluded);
+            IngestResult result = store.ingest(snapshotOfLine(line, importedAt), excluded);
             switch (result.kind) {
             case IngestResult::Kind::inserted:
                 ++inserted;

@@ -86,6 +86,10 @@ public:
     std::optional<std::vector<std::string>> stringArray(std::string_view key) const;
     std::optional<PlistDictionary> dictionary(std::string_view key) const;
 
+    // Takes in what another program wrote since the last look, telling the observers of each key it
+    // changed. Only a store that others write to has anything to take in; whether anything changed.
+    virtual bool synchronize() { return false; }
+
     // Calls `onChange` synchronously after each set or remove, with the key, until the handle goes. From inside
     // the callback one may set or remove keys (observers hear of those at once, nested) and register or drop
     // observers: one registered there first hears of the next change, one dropped there hears nothing more.

@@ -50,6 +50,7 @@ public:
     // and tells the observers of each key whose value changed. An unreadable file is left alone
     // (logged), and the values in memory stay. Whether anything changed.
     bool reloadIfChangedOnDisk();
+    bool synchronize() override { return reloadIfChangedOnDisk(); }
     // Calls reloadIfChangedOnDisk() whenever the file is replaced or written, through inotify on
     // its folder; no polling. Stops when the object goes.
     void watchForOutsideChanges(MainLoop& loop);

@@ -22,6 +22,7 @@ public:
     Clip build(const PasteboardSnapshot& snapshot, ClipKind kind, bool isSensitive) const;
 
     const BlobStore& blobStore() const { return blobStore_; }
+    const std::string& originDeviceID() const { return originDeviceID_; }
 
 private:
     BlobStore blobStore_;

@@ -103,10 +103,30 @@ ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore,
       activeRulesProvider_([] { return std::vector<SmartRule>{}; }),
       revision_(loop, 0),
       totalCount_(loop, 0) {
+    attributePlaceholderOrigins(builder_.originDeviceID());
     totalCount_.set(liveClipCount());
     fillRecentHashes();
     mainDataVersion_ = main_->dataVersion();
     if (vault_) vaultDataVersion_ = vault_->dataVersion();
+}
+
+void ClipStore::attributePlaceholderOrigins(const std::string& machineID) {
+    // What earlier builds stamped before the machine had an identifier: the app's and the
+    // command line's placeholders.
+    static const std::vector<std::string> kPlaceholders = {"LOCAL", "CLI"};
+    long long changed = 0;
+    for (ModelContainer* container : {main_.get(), vault_.get()}) {
+        if (!container) continue;
+        try {
+            changed += container->replacePlaceholderOrigins(kPlaceholders, machineID);
+        } catch (const std::exception& error) {
+            log_.error("Could not attribute clips to this machine: %{public}s", error.what());
+        }
+    }
+    if (changed == 0) return;
+    save();
+    log_.log("Attributed %{public}ld existing clips to this Mac.", changed);
+    log_.log("(They carried a placeholder instead of this machine's identifier, %{public}s.)", machineID);
 }
 
 void ClipStore::setActiveRulesProvider(std::function<std::vector<SmartRule>()> provider) {
@@ -161,9 +181,11 @@ std::optional<CaptureRejection> ClipStore::captureRejection(const PasteboardSnap
 
 bool ClipStore::isOutsideLimits(const PasteboardSnapshot& snapshot, ClipKind kind, const CaptureLimits& limits) {
     bool isMeasuredInCharacters = kind != ClipKind::image && kind != ClipKind::screenshot && kind != ClipKind::file;
-    if (limits.minimumCharacters > 0 && isMeasuredInCharacters)
-        return !snapshot.string ||
-               static_cast<long long>(graphemeCount(trimmed(*snapshot.string))) < limits.minimumCharacters;
+    if (limits.minimumCharacters > 0 && isMeasuredInCharacters &&
+        (!snapshot.string ||
+         static_cast<long long>(graphemeCount(trimmed(*snapshot.string))) < limits.minimumCharacters))
+        return true;
+    // The byte limit holds for every kind, a text that passed the minimum too.
     return limits.maximumBytes > 0 && snapshot.estimatedByteSize() > limits.maximumBytes;
 }
 
@@ -245,8 +267,9 @@ Uuid ClipStore::insertMultiClip(const std::string& joinedText, Data payload, Dat
 }
 
 void ClipStore::promote(Clip clip, ModelContainer& container, Date at) {
-    clip.createdAt = at;
-    clip.markUsed(at);
+    // A snapshot dated before the clip (an import's old line) never moves it back in time.
+    clip.createdAt = std::max(clip.createdAt, at);
+    clip.markUsed(std::max(clip.lastUsedAt.value_or(at), at));
     recentHashes_.record(clip.contentHash);
     try {
         container.updateUsage(clip);
@@ -258,11 +281,13 @@ void ClipStore::promote(Clip clip, ModelContainer& container, Date at) {
 
 void ClipStore::insert(Clip clip, const std::vector<Uuid>& collectionIDs) {
     ModelContainer& container = clip.isSensitive && vault_ ? *vault_ : *main_;
-    // Filing happens with the insert; a sensitive clip in the vault joins no collection.
-    if (&container == main_.get()) clip.collectionIDs = collectionIDs;
     recentHashes_.record(clip.contentHash);
     try {
         container.insert(clip);
+        // Filed as the collection's add files it (a board's first column, at its end), in the
+        // insert's transaction; a sensitive clip in the vault joins no collection.
+        if (&container == main_.get())
+            for (const Uuid& collectionID : collectionIDs) fileIntoCollection({clip.id}, collectionID);
     } catch (const std::exception& error) {
         log_.log("Save failed: %{public}s", error.what());
     }

@@ -225,8 +225,13 @@ public:
 private:
     // The store holding a clip with this id, main first.
     ModelContainer* containerOf(const Uuid& id);
+    // Once per store: clips stamped with an earlier build's placeholder get this machine's id.
+    void attributePlaceholderOrigins(const std::string& machineID);
     void promote(Clip clip, ModelContainer& container, Date at);
     void insert(Clip clip, const std::vector<Uuid>& collectionIDs);
+    // addClips() without the save, for a change that saves once at its end. Whether anything
+    // changed; throws what the container throws.
+    bool fileIntoCollection(const std::vector<Uuid>& clipIDs, const Uuid& collectionID);
     void fillRecentHashes();
     long long liveClipCount();
     // Tombstone or removal of one clip, without the save.

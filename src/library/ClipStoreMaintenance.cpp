@@ -399,31 +399,37 @@ void ClipStore::reorderCollections(const std::vector<Uuid>& idsInOrder) {
 void ClipStore::addClips(const std::vector<Uuid>& clipIDs, const Uuid& collectionID) {
     bool changed = false;
     try {
-        auto collection = main_->collection(collectionID);
-        if (!collection) return;
-        std::vector<std::string> columns = collection->boardColumns();
-        std::optional<double> nextIndex;
-        for (const Uuid& id : clipIDs) {
-            // Only the main store holds memberships: a vault clip, like an unknown id, is passed over.
-            auto clip = liveClip(*main_, id);
-            if (!clip || std::ranges::find(clip->collectionIDs, collectionID) != clip->collectionIDs.end()) continue;
-            clip->collectionIDs.push_back(collectionID);
-            if (!columns.empty()) {
-                if (!nextIndex) {
-                    auto column = columnClips(*main_, *collection, columns.front());
-                    nextIndex = column.empty() ? 0 : column.back().sortIndex + kBoardIndexGap;
-                }
-                clip->boardColumn = columns.front();
-                clip->sortIndex = *nextIndex;
-                *nextIndex += kBoardIndexGap;
-            }
-            main_->update(*clip);
-            changed = true;
-        }
+        changed = fileIntoCollection(clipIDs, collectionID);
     } catch (const std::exception& error) {
         log_.log("Save failed: %{public}s", error.what());
     }
     if (changed) save();
+}
+
+bool ClipStore::fileIntoCollection(const std::vector<Uuid>& clipIDs, const Uuid& collectionID) {
+    auto collection = main_->collection(collectionID);
+    if (!collection) return false;
+    bool changed = false;
+    std::vector<std::string> columns = collection->boardColumns();
+    std::optional<double> nextIndex;
+    for (const Uuid& id : clipIDs) {
+        // Only the main store holds memberships: a vault clip, like an unknown id, is passed over.
+        auto clip = liveClip(*main_, id);
+        if (!clip || std::ranges::find(clip->collectionIDs, collectionID) != clip->collectionIDs.end()) continue;
+        clip->collectionIDs.push_back(collectionID);
+        if (!columns.empty()) {
+            if (!nextIndex) {
+                auto column = columnClips(*main_, *collection, columns.front());
+                nextIndex = column.empty() ? 0 : column.back().sortIndex + kBoardIndexGap;
+            }
+            clip->boardColumn = columns.front();
+            clip->sortIndex = *nextIndex;
+            *nextIndex += kBoardIndexGap;
+        }
+        main_->update(*clip);
+        changed = true;
+    }
+    return changed;
 }
 
 void ClipStore::removeClips(const std::vector<Uuid>& clipIDs, const Uuid& collectionID) {

@@ -312,8 +312,9 @@ long long folderBytes(const std::filesystem::path& folder) {
     return total;
 }
 
-bool isStoreFile(const std::string& name) {
-    return name.starts_with("Tamarind") && name.find(".store") != std::string::npos;
+// The main store and its companions ("-wal", "-shm", "-journal"); the vault is not counted.
+bool isMainStoreFile(const std::string& name) {
+    return name == kMainStoreFilename || name.starts_with(std::string(kMainStoreFilename) + "-");
 }
 
 }  // namespace
@@ -506,7 +507,7 @@ StorageUsage ClipStore::storageUsage(const std::filesystem::path& applicationSup
     std::error_code error;
     for (std::filesystem::directory_iterator entries(applicationSupport, error);
          !error && entries != std::filesystem::directory_iterator(); entries.increment(error)) {
-        if (isStoreFile(entries->path().filename().string())) usage.databaseBytes += allocatedBytes(entries->path());
+        if (isMainStoreFile(entries->path().filename().string())) usage.databaseBytes += allocatedBytes(entries->path());
     }
     usage.blobBytes = folderBytes(applicationSupport / "blobs");
     usage.cacheBytes = folderBytes(applicationSupport / "icons") + folderBytes(applicationSupport / "favicons");

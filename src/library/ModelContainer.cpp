@@ -726,6 +726,21 @@ std::vector<Clip> ModelContainer::fetch(const ClipFetch& request) {
     return clips;
 }
 
+long long ModelContainer::replacePlaceholderOrigins(const std::vector<std::string>& placeholders,
+                                                    const std::string& machineID) {
+    if (database_->execAndGet("SELECT count(*) FROM meta WHERE key = 'originPlaceholdersReplaced'").getInt() > 0)
+        return 0;
+    beginChanges();
+    std::string marks;
+    for (std::size_t i = 0; i < placeholders.size(); ++i) marks += i == 0 ? "?" : ", ?";
+    SQLite::Statement update(*database_, "UPDATE clip SET originDeviceID = ? WHERE originDeviceID IN (" + marks + ")");
+    update.bind(1, machineID);
+    for (std::size_t i = 0; i < placeholders.size(); ++i) update.bind(static_cast<int>(i) + 2, placeholders[i]);
+    long long changed = update.exec();
+    database_->exec("INSERT INTO meta(key, value) VALUES ('originPlaceholdersReplaced', '1')");
+    return changed;
+}
+
 long long ModelContainer::count(const std::string& where,
                                 const std::vector<std::variant<std::int64_t, double, std::string>>& parameters) {
     SQLite::Statement query(*database_, "SELECT count(*) FROM clip WHERE " + where);

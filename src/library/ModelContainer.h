@@ -71,6 +71,10 @@ public:
     void update(const SyncDevice& device);
     void remove(const SyncDevice& device);
 
+    // Gives the clips whose originDeviceID is one of `placeholders` this machine's id instead, once
+    // per store: a mark in meta makes later calls return 0 at once. The number of clips changed.
+    long long replacePlaceholderOrigins(const std::vector<std::string>& placeholders, const std::string& machineID);
+
     bool hasChanges() const { return isInTransaction_; }
     // Commits; the error text on failure.
     std::optional<std::string> save();

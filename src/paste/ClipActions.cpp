@@ -1,8 +1,11 @@
 #include "paste/ClipActions.h"
 
+#include <algorithm>
+
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 #include "library/FileBookmark.h"
+#include "library/ImageCodec.h"
 
 namespace tamarind {
 
@@ -40,6 +43,27 @@ std::optional<Data> fullImage(const Clip& clip, const BlobStore& blobStore) {
     return clip.fullImageData;
 }
 
+namespace {
+
+bool isPng(const Data& bytes) {
+    static constexpr std::uint8_t kSignature[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    return bytes.size() >= sizeof kSignature && std::equal(std::begin(kSignature), std::end(kSignature), bytes.begin());
+}
+
+}  // namespace
+
+std::optional<Data> pngForClipboard(const Clip& clip, const BlobStore& blobStore) {
+    std::optional<Data> image = clip.fullImageData;
+    if (clip.blobFilename) {
+        auto bytes = readWholeFile(blobStore.url(*clip.blobFilename)).bytes;
+        image = bytes ? std::optional<Data>(dataFromString(*bytes)) : std::nullopt;
+    }
+    if (!image) return std::nullopt;
+    // Labelled PNG whatever the blob is; readers decode by the label, so the bytes become PNG.
+    if (!isPng(*image)) image = convertToPng(*image);
+    return image;
+}
+
 std::optional<ClipboardContent> copyContent(const Clip& clip, CopyTransform transform, const BlobStore& blobStore) {
     ClipboardContent content;
     auto transformedText = [&]() -> std::optional<std::string> {
@@ -49,9 +73,9 @@ std::optional<ClipboardContent> copyContent(const Clip& clip, CopyTransform tran
     switch (clip.clipKind()) {
     case ClipKind::image:
     case ClipKind::screenshot: {
-        content.image = fullImage(clip, blobStore);
+        content.image = pngForClipboard(clip, blobStore);
         if (!content.image) return std::nullopt;
-        content.imageExtension = clip.blobFilename && clip.blobFilename->ends_with(".tiff") ? "tiff" : "png";
+        content.imageExtension = "png";
         return content;
     }
     case ClipKind::file:

@@ -29,9 +29,14 @@ std::string applying(CopyTransform transform, std::string_view text);
 // can be read.
 std::optional<Data> fullImage(const Clip& clip, const BlobStore& blobStore);
 
+// An image clip as the clipboard takes it: the blob file, or the inline data when the clip has no
+// file, as PNG (another format is converted). None when the file can't be read, even with inline
+// data, or the bytes aren't an image.
+std::optional<Data> pngForClipboard(const Clip& clip, const BlobStore& blobStore);
+
 // What a copy of the clip puts on the clipboard. Text kinds: the text through the transform;
 // rich text: its RTF and HTML unchanged, and the plain text through the transform; images: the
-// blob file (else the inline data), never transformed; files: their paths as files, or else the
+// pngForClipboard(), never transformed; files: their paths as files, or else the
 // text. None when there is nothing to write (no text; an image that can't be read).
 std::optional<ClipboardContent> copyContent(const Clip& clip, CopyTransform transform, const BlobStore& blobStore);
 

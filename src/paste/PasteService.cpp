@@ -4,17 +4,12 @@
 
 #include "capture/MultiClipPayload.h"
 #include "library/FileBookmark.h"
-#include "library/ImageCodec.h"
+#include "paste/ClipActions.h"
 #include "foundation/Files.h"
 
 namespace tamarind {
 
 namespace {
-
-bool isPng(const Data& bytes) {
-    static constexpr std::uint8_t kSignature[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-    return bytes.size() >= sizeof kSignature && std::equal(std::begin(kSignature), std::end(kSignature), bytes.begin());
-}
 
 std::vector<FileURL> fileURLs(const std::vector<std::string>& paths) {
     std::vector<FileURL> files;
@@ -58,17 +53,8 @@ std::optional<ClipboardContent> pasteContent(const Clip& clip, bool asPlainText,
         break;
     case ClipKind::image:
     case ClipKind::screenshot: {
-        // A blob that can't be read writes nothing, even when inline data exists.
-        std::optional<Data> image = clip.fullImageData;
-        if (clip.blobFilename) {
-            auto bytes = readWholeFile(blobStore.url(*clip.blobFilename)).bytes;
-            image = bytes ? std::optional<Data>(dataFromString(*bytes)) : std::nullopt;
-        }
-        if (!image) return std::nullopt;
-        // Labelled PNG whatever the blob is; readers decode by the label, so the bytes become PNG.
-        if (!isPng(*image)) image = convertToPng(*image);
-        if (!image) return std::nullopt;
-        content.image = std::move(image);
+        content.image = pngForClipboard(clip, blobStore);
+        if (!content.image) return std::nullopt;
         content.imageExtension = "png";
         break;
     }

@@ -43,26 +43,34 @@ Uuid uuidFrom(const Json& value, std::string_view key) {
     }
 }
 
-// The text stored under `key`; absent when the key holds no data.
-std::optional<std::string> storedText(const Defaults& defaults, const char* key) {
-    auto data = defaults.data(key);
-    if (!data) return std::nullopt;
-    return stringFromData(*data);
+// A JSON list stored as data. A missing key, or one that doesn't decode, reads as the empty list.
+// Writing is strict, unlike encodeRules: replacing ill-formed bytes would store a name the user
+// never typed, while refusing keeps the old list stored and the new one in memory.
+template <class T>
+SettingCodec<std::vector<T>> jsonListSetting(std::optional<std::vector<T>> (*decode)(std::string_view)) {
+    return {[decode](const Defaults& defaults, const std::string& key) {
+                auto data = defaults.data(key);
+                if (!data) return std::vector<T>{};
+                return decode(stringFromData(*data)).value_or(std::vector<T>{});
+            },
+            [](Defaults& defaults, const std::string& key, const std::vector<T>& list) {
+                std::string text;
+                try {
+                    Json array = Json::array();
+                    for (const T& element : list) array.push_back(toJson(element));
+                    text = array.dump();
+                } catch (const std::exception& error) {
+                    log.error("Could not save %{public}s: %{public}s", key, error.what());
+                    return;
+                }
+                defaults.set(key, dataFromString(text));
+            }};
 }
 
-// Strict, unlike encodeRules: replacing ill-formed bytes would store a name the user never typed,
-// while refusing keeps the old list stored and the new one in memory.
-template <class T> void writeList(Defaults& defaults, const char* key, const std::vector<T>& list) {
-    std::string text;
-    try {
-        Json array = Json::array();
-        for (const T& element : list) array.push_back(toJson(element));
-        text = array.dump();
-    } catch (const std::exception& error) {
-        log.error("Could not save %{public}s: %{public}s", key, error.what());
-        return;
-    }
-    defaults.set(key, dataFromString(text));
+std::optional<std::vector<SmartRule>> decodedRules(std::string_view text) { return decodeRules(text).rules; }
+
+std::optional<std::vector<SmartCollection>> decodedCollections(std::string_view text) {
+    return decodeSmartCollections(text).collections;
 }
 
 RuleCondition sourceAppIs(std::string bundleID) {
@@ -209,18 +217,12 @@ DecodedSmartCollections decodeSmartCollections(std::string_view text) {
 // --- Store -------------------------------------------------------------------------------------------
 
 SmartRuleStore::SmartRuleStore(Defaults& defaults, MainLoop& loop)
-    : defaults_(defaults), rules_(loop, {}), smartCollections_(loop, {}) {
-    // An unreadable list is not logged: publishing the empty list overwrites it right here.
-    auto storedRules = storedText(defaults_, ruleKeys::smartRules);
-    setRules(storedRules ? decodeRules(*storedRules).rules.value_or(std::vector<SmartRule>{})
-                         : std::vector<SmartRule>{});
-    auto storedCollections = storedText(defaults_, ruleKeys::smartCollections);
-    setSmartCollections(storedCollections ? decodeSmartCollections(*storedCollections)
-                                                .collections.value_or(std::vector<SmartCollection>{})
-                                          : std::vector<SmartCollection>{});
-    if (!defaults_.boolValue(ruleKeys::examplesSeeded)) {
+    : Preferences(defaults, loop),
+      rules_(*this, ruleKeys::smartRules, jsonListSetting(decodedRules)),
+      smartCollections_(*this, ruleKeys::smartCollections, jsonListSetting(decodedCollections)) {
+    if (!defaults.boolValue(ruleKeys::examplesSeeded)) {
         // The flag first: whatever the list holds now, this step never runs again.
-        defaults_.set(ruleKeys::examplesSeeded, true);
+        defaults.set(ruleKeys::examplesSeeded, true);
         if (rules_->empty()) setRules(exampleRules());
     }
 }
@@ -236,14 +238,10 @@ std::vector<SmartRule> SmartRuleStore::exampleRules() {
     };
 }
 
-void SmartRuleStore::setRules(std::vector<SmartRule> rules) {
-    rules_.set(std::move(rules));
-    writeList(defaults_, ruleKeys::smartRules, *rules_);
-}
+void SmartRuleStore::setRules(std::vector<SmartRule> rules) { rules_.set(std::move(rules)); }
 
 void SmartRuleStore::setSmartCollections(std::vector<SmartCollection> collections) {
     smartCollections_.set(std::move(collections));
-    writeList(defaults_, ruleKeys::smartCollections, *smartCollections_);
 }
 
 std::vector<SmartRule> activeRules(const std::vector<SmartRule>& rules) {
@@ -271,51 +269,56 @@ std::optional<SmartCollection> SmartRuleStore::smartCollection(const Uuid& id) c
 }
 
 void SmartRuleStore::addRule(SmartRule rule) {
-    std::vector<SmartRule> rules = *rules_;
-    if (rules.empty()) {
-        rule.sortIndex = 0;
-    } else {
-        auto highest = std::max_element(rules.begin(), rules.end(), [](const SmartRule& a, const SmartRule& b) {
-            return a.sortIndex < b.sortIndex;
-        });
-        rule.sortIndex = highest->sortIndex + kRuleSortIndexGap;
-    }
-    rules.push_back(std::move(rule));
-    setRules(std::move(rules));
+    rules_.modify([&](std::vector<SmartRule>& rules) {
+        if (rules.empty()) {
+            rule.sortIndex = 0;
+        } else {
+            auto highest = std::max_element(rules.begin(), rules.end(), [](const SmartRule& a, const SmartRule& b) {
+                return a.sortIndex < b.sortIndex;
+            });
+            rule.sortIndex = highest->sortIndex + kRuleSortIndexGap;
+        }
+        rules.push_back(std::move(rule));
+    });
 }
 
 void SmartRuleStore::updateRule(const SmartRule& rule) {
-    std::vector<SmartRule> rules = *rules_;
-    auto found = std::find_if(rules.begin(), rules.end(), [&](const SmartRule& r) { return r.id == rule.id; });
-    if (found == rules.end()) return;
-    *found = rule;
-    setRules(std::move(rules));
+    synchronize();
+    if (!this->rule(rule.id)) return;
+    rules_.modify([&](std::vector<SmartRule>& rules) {
+        for (SmartRule& stored : rules)
+            if (stored.id == rule.id) {
+                stored = rule;
+                break;
+            }
+    });
 }
 
 void SmartRuleStore::setRuleEnabled(const Uuid& id, bool isEnabled) {
-    std::vector<SmartRule> rules = *rules_;
-    auto found = std::find_if(rules.begin(), rules.end(), [&](const SmartRule& r) { return r.id == id; });
-    if (found == rules.end()) return;
-    found->isEnabled = isEnabled;
-    setRules(std::move(rules));
+    synchronize();
+    if (!rule(id)) return;
+    rules_.modify([&](std::vector<SmartRule>& rules) {
+        for (SmartRule& stored : rules)
+            if (stored.id == id) {
+                stored.isEnabled = isEnabled;
+                break;
+            }
+    });
 }
 
 void SmartRuleStore::deleteRule(const Uuid& id) {
-    std::vector<SmartRule> rules = *rules_;
-    std::erase_if(rules, [&](const SmartRule& r) { return r.id == id; });
-    setRules(std::move(rules));
+    rules_.modify([&](std::vector<SmartRule>& rules) { std::erase_if(rules, [&](const SmartRule& r) { return r.id == id; }); });
 }
 
 void SmartRuleStore::addSmartCollection(SmartCollection collection) {
-    std::vector<SmartCollection> collections = *smartCollections_;
-    collections.push_back(std::move(collection));
-    setSmartCollections(std::move(collections));
+    smartCollections_.modify(
+        [&](std::vector<SmartCollection>& collections) { collections.push_back(std::move(collection)); });
 }
 
 void SmartRuleStore::deleteSmartCollection(const Uuid& id) {
-    std::vector<SmartCollection> collections = *smartCollections_;
-    std::erase_if(collections, [&](const SmartCollection& c) { return c.id == id; });
-    setSmartCollections(std::move(collections));
+    smartCollections_.modify([&](std::vector<SmartCollection>& collections) {
+        std::erase_if(collections, [&](const SmartCollection& c) { return c.id == id; });
+    });
 }
 
 std::optional<SmartCollection> SmartRuleStore::saveSmartCollection(std::string name, std::string searchText,

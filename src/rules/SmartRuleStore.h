@@ -16,7 +16,7 @@
 #include "foundation/Date.h"
 #include "foundation/Defaults.h"
 #include "foundation/Json.h"
-#include "foundation/Observable.h"
+#include "foundation/Preferences.h"
 #include "foundation/Uuid.h"
 #include "library/Clip.h"
 #include "library/ClipKind.h"
@@ -179,16 +179,16 @@ std::vector<SmartRule> activeRules(const std::vector<SmartRule>& rules);
 
 // --- Store ------------------------------------------------------------------------------------------
 
-// Every change publishes the whole list and rewrites its key. A list that cannot be encoded is
-// logged and kept in memory only; the stored one stays as it was.
-class SmartRuleStore {
+// Both lists are stored properties (foundation/Preferences.h): a rule added by the command line
+// is in force in the running app at once. Every change publishes the whole list and rewrites its
+// key. A list that cannot be encoded is logged and kept in memory only; the stored one stays as it
+// was.
+class SmartRuleStore final : public Preferences {
 public:
-    // Reads both lists (a missing or unreadable key gives an empty list, silently), publishes them,
-    // which writes them back, and on the first run only puts in the three examples if there are
-    // no rules. A user who deletes them all never gets them back.
+    // Reads both lists (a missing or unreadable key gives an empty list, silently, and stays stored
+    // as it is), and on the first run only puts in the three examples if there are no rules. A
+    // user who deletes them all never gets them back.
     SmartRuleStore(Defaults& defaults, MainLoop& loop);
-    SmartRuleStore(const SmartRuleStore&) = delete;
-    SmartRuleStore& operator=(const SmartRuleStore&) = delete;
 
     // The three examples with fresh ids, all disabled and without actions.
     static std::vector<SmartRule> exampleRules();
@@ -222,9 +222,8 @@ public:
     ClipQuery queryFor(const Uuid& smartCollectionID, std::string_view searchFieldText) const;
 
 private:
-    Defaults& defaults_;
-    Observable<std::vector<SmartRule>> rules_;
-    Observable<std::vector<SmartCollection>> smartCollections_;
+    StoredProperty<std::vector<SmartRule>> rules_;
+    StoredProperty<std::vector<SmartCollection>> smartCollections_;
 };
 
 }  // namespace tamarind

@@ -235,9 +235,14 @@ TEST_F(AppStateTest, NothingCollectedStoresNothingAndCancelDropsTheStack) {
     collect.cancel();
     EXPECT_TRUE(libraryClips().empty());
     EXPECT_TRUE(collect.payload().value().items.empty());
+    std::vector<bool> states;
+    collect.setOnStateChange([&](bool isActive) { states.push_back(isActive); });
+    EXPECT_FALSE(collect.finish()) << "finishing while off stores nothing, and says so";
+    EXPECT_EQ(states, std::vector<bool>{false});
     EXPECT_EQ(logs.messages("capture"),
               (std::vector<std::string>{"Collect mode on.", "Collect mode off; nothing was collected.",
-                                        "Collect mode on.", "Collected item 1.", "Collect mode cancelled."}));
+                                        "Collect mode on.", "Collected item 1.", "Collect mode cancelled.",
+                                        "Collect mode off; nothing was collected."}));
 }
 
 TEST_F(AppStateTest, AnExcludedApplicationsCopyIsRefusedNotCollected) {
@@ -286,7 +291,12 @@ TEST_F(AppStateTest, HotkeysReachThePastesAndTheHUDAndOutsideChangesMoveThem) {
     ASSERT_TRUE(hotKeys.press(Shortcut::withFlags(46, commandControl)));
     copy("staged");
     ASSERT_TRUE(hotKeys.press(Shortcut::withFlags(46, commandControl)));
-    EXPECT_EQ(hud.shown.back(), (HUDContent{"square.stack.3d.up.fill", "Stored as one clip", std::nullopt, false}));
+    EXPECT_EQ(hud.shown.back(), (HUDContent{"square.stack.3d.up.fill", "Collected 1 item", "Stored as one clip", false}));
+    ASSERT_TRUE(hotKeys.press(Shortcut::withFlags(46, commandControl)));
+    copy("one");
+    copy("two");
+    ASSERT_TRUE(hotKeys.press(Shortcut::withFlags(46, commandControl)));
+    EXPECT_EQ(hud.shown.back().title, "Collected 2 items");
 
     // A clip's own hotkey set from outside binds it; cleared, it is gone.
     Uuid id = libraryClips().front().id;

@@ -3,14 +3,18 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <set>
 
 #include "foundation/Files.h"
 #include "foundation/Json.h"
+#include "foundation/Log.h"
+#include "foundation/MachineID.h"
 #include "foundation/Paths.h"
 #include "foundation/Sha256.h"
 #include "foundation/Uuid.h"
+#include "support/TemporaryFolder.h"
 
 namespace tamarind {
 namespace {
@@ -37,6 +41,33 @@ TEST(Uuid, RandomIdsAreVersion4UpperCaseAndParseInEitherCase) {
                                  "E621E1F8-C36C-495A93FC-0C247A3E6E5F0"})
         EXPECT_FALSE(Uuid::parse(bad)) << bad;
     EXPECT_TRUE(Uuid().isNil());
+}
+
+TEST(MachineID, IsAnAppSpecificHashOfTheMachineIdElseAFallbackMadeOnce) {
+    // The HMAC-SHA256 of Tamarind's application id keyed by the machine id, as openssl computes
+    // it, shaped as a version-4 UUID.
+    EXPECT_EQ(appSpecificMachineID("0123456789abcdef0123456789abcdef\n"), "8A24C334-28C6-45A6-A098-0BCF7F90545F");
+    EXPECT_EQ(appSpecificMachineID("0123456789ABCDEF0123456789ABCDEF"), "8A24C334-28C6-45A6-A098-0BCF7F90545F");
+    EXPECT_NE(appSpecificMachineID("0123456789abcdef0123456789abcdee"), appSpecificMachineID("0123456789abcdef0123456789abcdef"));
+    for (std::string_view bad : {"", "0123456789abcdef", "0123456789abcdef0123456789abcdeg",
+                                 "00000000000000000000000000000000", "uninitialized"})
+        EXPECT_FALSE(appSpecificMachineID(bad)) << bad;
+
+    TemporaryFolder folder;
+    InMemoryDefaults defaults;
+    std::ofstream(folder.path() / "machine-id") << "0123456789abcdef0123456789abcdef\n";
+    EXPECT_EQ(machineID(defaults, folder.path() / "machine-id"), "8A24C334-28C6-45A6-A098-0BCF7F90545F");
+    EXPECT_FALSE(defaults.object(kMachineIdentifierFallbackKey)) << "the machine's own id stores nothing";
+
+    LogCapture log;
+    std::string fallback = machineID(defaults, folder.path() / "missing");
+    EXPECT_TRUE(Uuid::parse(fallback));
+    EXPECT_EQ(defaults.string(kMachineIdentifierFallbackKey), fallback);
+    EXPECT_EQ(machineID(defaults, folder.path() / "missing"), fallback) << "the same on every later run";
+    auto lines = log.messages("app");
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.front(), "IOPlatformUUID unavailable; generated a fallback machine identifier.");
+    EXPECT_EQ(lines.size(), 2u) << "logged once, when it was made";
 }
 
 TEST(Sha256, GivesLowerCaseHexOfTheBytes) {

@@ -92,6 +92,44 @@ TEST_F(ClipStoreIngestTest, SizeLimitsApplyByKind) {
     store->setCaptureLimits({.minimumCharacters = 0, .maximumBytes = 10});
     EXPECT_EQ(ingest(text("eleven char")).description(), "rejected(empty)");
     EXPECT_EQ(ingest(text("ten chars!")).description(), "inserted");
+
+    store->setCaptureLimits({.minimumCharacters = 3, .maximumBytes = 10});
+    EXPECT_EQ(ingest(text("long enough, and too big")).description(), "rejected(empty)")
+        << "a text that passes the minimum still meets the byte limit";
+    EXPECT_EQ(ingest(text("fits")).description(), "inserted");
+}
+
+TEST_F(ClipStoreIngestTest, ARepeatDatedEarlierNeverMovesTheClipBack) {
+    auto a = ingest(text("A", 500));
+    EXPECT_EQ(ingest(text("A", 100)), IngestResult::deduplicated(a.clipID));
+    EXPECT_EQ(dump(), "A@500/1 ");
+    EXPECT_EQ(clipsIn(kMainStoreFilename).front().lastUsedAt, Date::fromReferenceSeconds(500));
+    ingest(text("A", 700));
+    EXPECT_EQ(dump(), "A@700/2 ") << "a later one still promotes";
+}
+
+TEST_F(ClipStoreIngestTest, PlaceholderOriginsBecomeThisMachinesOnceAndNewClipsCarryIt) {
+    store = std::make_unique<ClipStore>(loop, openStores(folder.path(), false, false, true),
+                                        BlobStore(folder.path() / "blobs"), "LOCAL");
+    ingest(text("from an earlier build", 1));
+    store = std::make_unique<ClipStore>(loop, openStores(folder.path(), false, false, true),
+                                        BlobStore(folder.path() / "blobs"), "CLI");
+    ingest(text("from its command line", 2));
+    {
+        LogCapture log;
+        open();
+        EXPECT_THAT(log.messages("library"), testing::Contains("Attributed 2 existing clips to this Mac."));
+    }
+    ingest(text("new", 3));
+    for (const Clip& clip : clipsIn(kMainStoreFilename)) EXPECT_EQ(clip.originDeviceID, "MACHINE") << *clip.text;
+
+    // Once: a clip stamped "LOCAL" later (an old build run again) is left alone.
+    store = std::make_unique<ClipStore>(loop, openStores(folder.path(), false, false, true),
+                                        BlobStore(folder.path() / "blobs"), "LOCAL");
+    ingest(text("older build again", 4));
+    LogCapture log;
+    open();
+    EXPECT_TRUE(log.messages("library").empty());
 }
 
 TEST_F(ClipStoreIngestTest, ARepeatPromotesTheClipInsteadOfInserting) {
@@ -126,6 +164,9 @@ TEST_F(ClipStoreIngestTest, RulesRunAfterTheDuplicateTestAndFileTheClip) {
     auto inspector = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(folder.path() / kMainStoreFilename));
     Collection work = Collection::make(Date::fromReferenceSeconds(1));
     work.name = "Work";
+    // A board: a clip filed by a rule lands at the end of its first column, as an add puts it.
+    work.viewMode = "board";
+    work.setBoardColumns({"Inbox", "Done"});
     inspector->insert(work);
     ASSERT_FALSE(inspector->save());
 
@@ -158,6 +199,13 @@ TEST_F(ClipStoreIngestTest, RulesRunAfterTheDuplicateTestAndFileTheClip) {
 
     EXPECT_EQ(dump(), "plain@30/0 invoice 42@40/1[fav] ");
     EXPECT_THAT(inspector->collection(work.id)->clipIDs, ElementsAre(filed.clipID));
+    EXPECT_EQ(inspector->clip(filed.clipID)->boardColumn, "Inbox");
+
+    rules = {file};
+    auto second = ingest(text("invoice 43", 50));
+    Clip secondClip = *inspector->clip(second.clipID);
+    EXPECT_EQ(secondClip.boardColumn, "Inbox");
+    EXPECT_GT(secondClip.sortIndex, inspector->clip(filed.clipID)->sortIndex) << "after the column's last clip";
 }
 
 TEST_F(ClipStoreIngestTest, SecretsFollowTheSensitivePolicyAndLiveInTheVaultWhileSyncing) {

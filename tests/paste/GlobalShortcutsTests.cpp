@@ -6,6 +6,7 @@
 
 #include "paste/hotkeys/GlobalShortcuts.h"
 #include "support/FakePlatform.h"
+#include "support/ManualMainLoop.h"
 
 namespace tamarind {
 namespace {
@@ -16,12 +17,13 @@ constexpr int kCommandControl = ModifierFlag::command | ModifierFlag::control;
 
 class GlobalShortcutsTest : public ::testing::Test {
 protected:
+    ManualMainLoop loop;
     InMemoryDefaults defaults;
     FakeHotKeys hotKeys;
     std::unique_ptr<KeyboardShortcuts> shortcuts = make();
 
     std::unique_ptr<KeyboardShortcuts> make() {
-        return std::make_unique<KeyboardShortcuts>(defaults, hotKeys, declaredDefaultShortcut);
+        return std::make_unique<KeyboardShortcuts>(defaults, loop, hotKeys, declaredDefaultShortcut);
     }
     std::optional<PlistValue> stored(const std::string& name) {
         return defaults.object(std::string(kKeyboardShortcutsKeyPrefix) + name);

@@ -62,7 +62,7 @@ protected:
                                             BlobStore(folder.path() / "blobs"), "TEST");
         paste = std::make_unique<PasteService>(loop, PlatformForPaste{pasteboard, workspace, nullptr, &keys},
                                                BlobStore(folder.path() / "blobs"), preferences);
-        shortcuts = std::make_unique<KeyboardShortcuts>(defaults, hotKeys, declaredDefaultShortcut);
+        shortcuts = std::make_unique<KeyboardShortcuts>(defaults, loop, hotKeys, declaredDefaultShortcut);
         coordinator = std::make_unique<PasteCoordinator>(loop, *store, *paste, hud, *shortcuts, defaults, &keys,
                                                          [this] { ++accessibilityRequests; });
         coordinator->registerShortcuts();
@@ -158,7 +158,7 @@ TEST_F(PasteCoordinatorTest, OutcomesOtherThanAPasteShowTheirOwnMessages) {
     FakePermissions denied;
     PasteService blocked(loop, PlatformForPaste{pasteboard, workspace, &denied, &keys}, BlobStore(folder.path()),
                          preferences);
-    KeyboardShortcuts otherShortcuts(defaults, hotKeys, declaredDefaultShortcut);
+    KeyboardShortcuts otherShortcuts(defaults, loop, hotKeys, declaredDefaultShortcut);
     coordinator.reset();
     PasteCoordinator withoutGrant(loop, *store, blocked, hud, otherShortcuts, defaults, &keys,
                                   [this] { ++accessibilityRequests; });

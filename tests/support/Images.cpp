@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include <leptonica/allheaders.h>
+
 #include "library/ImageCodec.h"
 
 namespace tamarind {
@@ -48,6 +50,19 @@ Data makeBmpWith(int width, int height, PixelFunction pixel);
 }  // namespace
 
 Data makeBmp(int width, int height) { return makeBmpWith(width, height, gradient); }
+
+Data makeTiff(int width, int height) {
+    Data bmp = makeBmp(width, height);
+    PIX* pix = pixReadMem(bmp.data(), bmp.size());
+    l_uint8* bytes = nullptr;
+    size_t size = 0;
+    bool isWritten = pix && pixWriteMem(&bytes, &size, pix, IFF_TIFF_ZIP) == 0;
+    pixDestroy(&pix);
+    if (!isWritten) throw std::runtime_error("the codec could not encode a test TIFF");
+    Data tiff(bytes, bytes + size);
+    lept_free(bytes);
+    return tiff;
+}
 
 Data makeScreenshotLikePng(int width, int height) {
     auto png = convertToPng(makeBmpWith(width, height, screenshotLike));

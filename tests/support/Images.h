@@ -12,6 +12,8 @@ namespace tamarind {
 Data makeBmp(int width, int height);
 // The same image as PNG.
 Data makePng(int width, int height);
+// The same gradient as a TIFF, as some programs offer images.
+Data makeTiff(int width, int height);
 // Like a desktop screenshot: flat panels and windows, with a fifth of the area in fine, noisy
 // detail (text, photos) that PNG can't compress well. Deterministic.
 Data makeScreenshotLikePng(int width, int height);

@@ -65,7 +65,7 @@ int main(int argc, char** argv) {
             if (has("error")) {
                 pasteHUD.show({"tray", "No clip in slot 4", std::nullopt, true}, std::chrono::seconds(5));
             } else if (has("stored")) {
-                pasteHUD.show({"square.stack.3d.up.fill", kCollectModeStoredTitle, std::nullopt, false},
+                pasteHUD.show({"square.stack.3d.up.fill", collectFinishTitle(3), kCollectModeStoredDetail, false},
                               std::chrono::seconds(5));
             } else {
                 pasteHUD.show({"doc.on.clipboard", "Pasted slot 3", "Quarterly report draft\u2026", false},

@@ -126,6 +126,15 @@ TEST_F(X11ClipboardTest, ImagesAreKeptAsPngOrConvertedToIt) {
     EXPECT_EQ(stringFromData(*bmp->imageData).substr(1, 3), "PNG");
     ASSERT_TRUE(bmp->imagePixelSize);
     EXPECT_EQ(bmp->imagePixelSize->height, 10);
+
+    // A PNG that comes empty: the TIFF beside it is asked for.
+    before = clipboard_->changeCount();
+    owner({"image/png=" + file("empty.png", ""), "image/tiff=" + file("image.tiff", stringFromData(makeTiff(12, 9)))});
+    auto tiff = readAfterChange(before);
+    ASSERT_TRUE(tiff && tiff->imageData);
+    EXPECT_EQ(tiff->imageFileExtension, "tiff");
+    ASSERT_TRUE(tiff->imagePixelSize);
+    EXPECT_EQ(tiff->imagePixelSize->width, 12);
 }
 
 TEST_F(X11ClipboardTest, FileListsBecomeFileURLs) {

@@ -8,30 +8,35 @@ std::string keyFor(const std::string& name) { return kKeyboardShortcutsKeyPrefix
 
 }  // namespace
 
-KeyboardShortcuts::KeyboardShortcuts(Defaults& defaults, HotKeys& hotKeys,
+KeyboardShortcuts::KeyboardShortcuts(Defaults& defaults, MainLoop& loop, HotKeys& hotKeys,
                                      std::function<std::optional<Shortcut>(const std::string&)> defaultFor)
-    : defaults_(defaults), hotKeys_(hotKeys), defaultFor_(std::move(defaultFor)) {}
+    : Preferences(defaults, loop), hotKeys_(hotKeys), defaultFor_(std::move(defaultFor)) {}
 
 KeyboardShortcuts::~KeyboardShortcuts() {
     for (auto& [name, handler] : handlers_) unregisterHandler(handler);
 }
 
 std::optional<Shortcut> KeyboardShortcuts::getShortcut(const std::string& name) const {
-    std::optional<PlistValue> stored = defaults_.object(keyFor(name));
+    std::optional<PlistValue> stored = defaults().object(keyFor(name));
     if (!stored) return defaultFor_(name);
-    if (stored->isString()) return Shortcut::fromJson(*defaults_.string(keyFor(name)));
+    if (stored->isString()) return Shortcut::fromJson(*defaults().string(keyFor(name)));
     // False, or anything else that isn't a shortcut: none, and the default stays away.
     return std::nullopt;
 }
 
 void KeyboardShortcuts::setShortcut(std::optional<Shortcut> shortcut, const std::string& name) {
     if (shortcut) {
-        defaults_.set(keyFor(name), PlistValue(shortcut->json()));
+        defaults().set(keyFor(name), PlistValue(shortcut->json()));
     } else if (defaultFor_(name)) {
-        defaults_.set(keyFor(name), PlistValue(false));
+        defaults().set(keyFor(name), PlistValue(false));
     } else {
-        defaults_.remove(keyFor(name));
+        defaults().remove(keyFor(name));
     }
+}
+
+void KeyboardShortcuts::keyDidChange(const std::string& key) {
+    if (!key.starts_with(kKeyboardShortcutsKeyPrefix)) return;
+    std::string name = key.substr(std::string_view(kKeyboardShortcutsKeyPrefix).size());
     if (auto handler = handlers_.find(name); handler != handlers_.end()) {
         unregisterHandler(handler->second);
         registerHandler(name, handler->second);

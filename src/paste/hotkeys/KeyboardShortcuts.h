@@ -3,8 +3,10 @@
 // under "KeyboardShortcuts_<name>" as JSON ({"carbonKeyCode":…,
 // "carbonModifiers":…}) or Boolean false for a shortcut the user cleared, so
 // that a default doesn't come back. A name with a handler and a combination
-// is registered with the system; its handler runs on each key-down. Main
-// thread only.
+// is registered with the system; its handler runs on each key-down. The keys
+// are followed as every setting is (foundation/Preferences.h): a shortcut
+// changed in the settings file by another program moves its grab at once.
+// Main thread only.
 
 #include <functional>
 #include <map>
@@ -12,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Defaults.h"
+#include "foundation/Preferences.h"
 #include "foundation/Log.h"
 #include "platform/HotKeys.h"
 
@@ -20,14 +22,12 @@ namespace tamarind {
 
 inline constexpr const char* kKeyboardShortcutsKeyPrefix = "KeyboardShortcuts_";
 
-class KeyboardShortcuts {
+class KeyboardShortcuts final : public Preferences {
 public:
     // `defaultFor` gives the default declared with a name, none for names without one.
-    KeyboardShortcuts(Defaults& defaults, HotKeys& hotKeys,
+    KeyboardShortcuts(Defaults& defaults, MainLoop& loop, HotKeys& hotKeys,
                       std::function<std::optional<Shortcut>(const std::string& name)> defaultFor);
-    ~KeyboardShortcuts();
-    KeyboardShortcuts(const KeyboardShortcuts&) = delete;
-    KeyboardShortcuts& operator=(const KeyboardShortcuts&) = delete;
+    ~KeyboardShortcuts() override;
 
     // The stored combination; else the declared default unless the user cleared it.
     std::optional<Shortcut> getShortcut(const std::string& name) const;
@@ -58,9 +58,10 @@ private:
     };
     void registerHandler(const std::string& name, Handler& handler);
     void unregisterHandler(Handler& handler);
+    // Every change of a shortcut's key, made here or elsewhere: the grab moves, the observers hear.
+    void keyDidChange(const std::string& key) override;
     void notifyChange(const std::string& name);
 
-    Defaults& defaults_;
     HotKeys& hotKeys_;
     std::function<std::optional<Shortcut>(const std::string&)> defaultFor_;
     std::map<std::string, Handler> handlers_;

@@ -151,12 +151,10 @@ bool X11Clipboard::countWrite(bool isOwner) {
 }
 
 bool X11Clipboard::write(ClipboardContent content) {
-    if (!writer_) writer_ = std::make_unique<X11ClipboardWriter>(x11_);
-    return countWrite(writer_->write(content));
+    return countWrite(writer().write(content));
 }
 
 bool X11Clipboard::writeArchive(const PasteboardArchive& archive) {
-    if (!writer_) writer_ = std::make_unique<X11ClipboardWriter>(x11_);
     std::vector<std::pair<std::string, std::string>> targets;
     // One selection holds one item: the first that has anything.
     for (const PasteboardArchive::Item& item : archive.items) {
@@ -164,7 +162,17 @@ bool X11Clipboard::writeArchive(const PasteboardArchive& archive) {
         for (const auto& [type, bytes] : item) targets.emplace_back(type, stringFromData(bytes));
         break;
     }
-    return countWrite(writer_->writeTargets(std::move(targets)));
+    return countWrite(writer().writeTargets(std::move(targets)));
+}
+
+X11ClipboardWriter& X11Clipboard::writer() {
+    if (!writer_) {
+        writer_ = std::make_unique<X11ClipboardWriter>(x11_);
+        writer_->setOnLost([this] {
+            if (onLost_) onLost_();
+        });
+    }
+    return *writer_;
 }
 
 void X11Clipboard::readSnapshot(std::function<void(PasteboardSnapshot)> done) {
@@ -217,6 +225,13 @@ void X11Clipboard::onConversion(std::optional<std::string> bytes) {
     awaitedTarget_ = XCB_ATOM_NONE;
     isIncremental_ = false;
     const Step step = read_->steps[read_->next++];
+    // A PNG that fails or never comes: the TIFF, when the owner offers one, is asked for next.
+    if ((!bytes || bytes->empty()) && step.field == Field::image && step.name == "image/png") {
+        const auto& types = read_->snapshot.types;
+        if (std::find(types.begin(), types.end(), "image/tiff") != types.end())
+            read_->steps.insert(read_->steps.begin() + static_cast<std::ptrdiff_t>(read_->next),
+                                Step{x11_.atom("image/tiff"), "image/tiff", Field::image});
+    }
     if (bytes) {
         if (step.field == Field::targets) {
             takeTargets(*bytes);
@@ -270,6 +285,7 @@ void X11Clipboard::take(const Step& step, std::string bytes) {
     switch (step.field) {
     case Field::targets: break;
     case Field::image: {
+        if (bytes.empty()) return;
         Data data = dataFromString(bytes);
         if (step.name == "image/png" || step.name == "image/tiff") {
             snapshot.imageFileExtension = step.name == "image/png" ? "png" : "tiff";

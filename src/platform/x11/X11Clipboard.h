@@ -41,6 +41,10 @@ public:
     void readArchive(std::function<void(PasteboardArchive)> done) override;
     bool writeArchive(const PasteboardArchive& archive) override;
 
+    // Called when another program takes the clipboard this one wrote, as a process that only
+    // serves what it wrote (the command line's paste) waits for.
+    void setOnLost(std::function<void()> onLost) { onLost_ = std::move(onLost); }
+
     // The protocol's targets, never clipboard content.
     static bool isProtocolTarget(std::string_view name);
 
@@ -71,6 +75,7 @@ private:
     void finishRead();
     // Our own clipboard counts once, at the write, not again when the server tells of it.
     bool ownsClipboard() const { return writer_ && writer_->isOwner(); }
+    X11ClipboardWriter& writer();
     bool countWrite(bool isOwner);
 
     MainLoop& loop_;
@@ -88,6 +93,7 @@ private:
     std::string incoming_;
     TaskHandle timeout_;
     std::unique_ptr<X11ClipboardWriter> writer_;  // made on the first write
+    std::function<void()> onLost_;
     std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
     Log log_{"capture"};
 };

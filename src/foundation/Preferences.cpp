@@ -1,0 +1,52 @@
+#include "foundation/Preferences.h"
+
+namespace tamarind {
+
+Preferences::Preferences(Defaults& defaults, MainLoop& loop)
+    : defaults_(defaults),
+      loop_(loop),
+      observation_(defaults.observe([this](const std::string& key) { keyChanged(key); })) {}
+
+void Preferences::keyChanged(const std::string& key) {
+    bool isHeld = false;
+    for (StoredPropertyBase* property : properties_) {
+        if (property->key() != key) continue;
+        isHeld = true;
+        property->reload();
+    }
+    if (!isHeld) keyDidChange(key);
+}
+
+SettingCodec<bool> boolSetting(bool fallback) {
+    return {[fallback](const Defaults& defaults, const std::string& key) {
+                return defaults.object(key) ? defaults.boolValue(key) : fallback;
+            },
+            [](Defaults& defaults, const std::string& key, const bool& value) { defaults.set(key, value); }};
+}
+
+SettingCodec<long long> integerSetting(long long fallback, std::function<long long(long long)> adjust) {
+    return {[fallback, adjust](const Defaults& defaults, const std::string& key) {
+                long long value = defaults.object(key) ? defaults.integer(key) : fallback;
+                return adjust ? adjust(value) : value;
+            },
+            [](Defaults& defaults, const std::string& key, const long long& value) {
+                defaults.set(key, static_cast<std::int64_t>(value));
+            }};
+}
+
+SettingCodec<double> doubleSetting(double fallback, std::function<double(double)> adjust) {
+    return {[fallback, adjust](const Defaults& defaults, const std::string& key) {
+                double value = defaults.object(key) ? defaults.doubleValue(key) : fallback;
+                return adjust ? adjust(value) : value;
+            },
+            [](Defaults& defaults, const std::string& key, const double& value) { defaults.set(key, value); }};
+}
+
+SettingCodec<std::string> stringSetting(std::string fallback) {
+    return {[fallback](const Defaults& defaults, const std::string& key) {
+                return defaults.string(key).value_or(fallback);
+            },
+            [](Defaults& defaults, const std::string& key, const std::string& value) { defaults.set(key, value); }};
+}
+
+}  // namespace tamarind

@@ -119,12 +119,13 @@ void ClipStore::attributePlaceholderOrigins(const std::string& machineID) {
         if (!container) continue;
         try {
             changed += container->replacePlaceholderOrigins(kPlaceholders, machineID);
+            // Committed here, also when nothing changed: the mark holds the write lock until then.
+            if (auto error = container->save()) log_.error("Could not attribute clips to this machine: %{public}s", *error);
         } catch (const std::exception& error) {
             log_.error("Could not attribute clips to this machine: %{public}s", error.what());
         }
     }
     if (changed == 0) return;
-    save();
     log_.log("Attributed %{public}ld existing clips to this Mac.", changed);
     log_.log("(They carried a placeholder instead of this machine's identifier, %{public}s.)", machineID);
 }
@@ -269,7 +270,7 @@ Uuid ClipStore::insertMultiClip(const std::string& joinedText, Data payload, Dat
 void ClipStore::promote(Clip clip, ModelContainer& container, Date at) {
     // A snapshot dated before the clip (an import's old line) never moves it back in time.
     clip.createdAt = std::max(clip.createdAt, at);
-    clip.markUsed(std::max(clip.lastUsedAt.value_or(at), at));
+    clip.markUsed(std::max({clip.createdAt, clip.lastUsedAt.value_or(at), at}));
     recentHashes_.record(clip.contentHash);
     try {
         container.updateUsage(clip);

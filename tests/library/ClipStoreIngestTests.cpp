@@ -109,12 +109,21 @@ TEST_F(ClipStoreIngestTest, ARepeatDatedEarlierNeverMovesTheClipBack) {
 }
 
 TEST_F(ClipStoreIngestTest, PlaceholderOriginsBecomeThisMachinesOnceAndNewClipsCarryIt) {
-    store = std::make_unique<ClipStore>(loop, openStores(folder.path(), false, false, true),
-                                        BlobStore(folder.path() / "blobs"), "LOCAL");
-    ingest(text("from an earlier build", 1));
-    store = std::make_unique<ClipStore>(loop, openStores(folder.path(), false, false, true),
-                                        BlobStore(folder.path() / "blobs"), "CLI");
-    ingest(text("from its command line", 2));
+    // A library that only earlier builds have written: their app stamped "LOCAL", their command line "CLI".
+    store.reset();
+    for (const char* companion : {"", "-wal", "-shm"})
+        std::filesystem::remove(folder.path() / (std::string(kMainStoreFilename) + companion));
+    auto stamp = [&](const char* text, const char* origin) {
+        auto old = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(folder.path() / kMainStoreFilename));
+        Clip clip = Clip::make(Date::fromReferenceSeconds(1));
+        clip.text = text;
+        clip.contentHash = text;
+        clip.originDeviceID = origin;
+        old->insert(clip);
+        ASSERT_FALSE(old->save());
+    };
+    stamp("from an earlier build", "LOCAL");
+    stamp("from its command line", "CLI");
     {
         LogCapture log;
         open();
@@ -123,10 +132,9 @@ TEST_F(ClipStoreIngestTest, PlaceholderOriginsBecomeThisMachinesOnceAndNewClipsC
     ingest(text("new", 3));
     for (const Clip& clip : clipsIn(kMainStoreFilename)) EXPECT_EQ(clip.originDeviceID, "MACHINE") << *clip.text;
 
-    // Once: a clip stamped "LOCAL" later (an old build run again) is left alone.
-    store = std::make_unique<ClipStore>(loop, openStores(folder.path(), false, false, true),
-                                        BlobStore(folder.path() / "blobs"), "LOCAL");
-    ingest(text("older build again", 4));
+    // Once per library: what a placeholder marks later is left alone, and costs no scan.
+    store.reset();
+    stamp("older build again", "LOCAL");
     LogCapture log;
     open();
     EXPECT_TRUE(log.messages("library").empty());

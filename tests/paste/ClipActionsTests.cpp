@@ -4,6 +4,8 @@
 
 #include "paste/ClipActions.h"
 #include "support/FakePlatform.h"
+#include "support/Images.h"
+#include "library/ImageCodec.h"
 #include "support/ManualMainLoop.h"
 #include "support/TemporaryFolder.h"
 
@@ -61,17 +63,25 @@ TEST_F(ClipActionsTest, TransformsChangeOnlyThePlainText) {
     EXPECT_EQ(pasteboard.writes.back().text, "Hello World");
 }
 
-TEST_F(ClipActionsTest, ImagesIgnoreTheTransformAndWhatCantBeReadClearsTheClipboard) {
+TEST_F(ClipActionsTest, ImagesGoAsPngIgnoringTheTransformAndWhatCantBeReadClearsTheClipboard) {
     Clip image = clip("image", std::nullopt);
-    auto written = blobs.write(dataFromString("\x89PNG fake"), image.id, "png");
-    image.blobFilename = std::get<std::string>(written);
+    image.blobFilename = std::get<std::string>(blobs.write(makePng(4, 3), image.id, "png"));
     actions.copy(image, CopyTransform::uppercase);
-    EXPECT_EQ(pasteboard.writes.back().image, dataFromString("\x89PNG fake"));
+    EXPECT_EQ(pasteboard.writes.back().image, makePng(4, 3));
+    EXPECT_EQ(pasteboard.writes.back().imageExtension, "png");
     EXPECT_FALSE(pasteboard.writes.back().text);
 
+    Clip tiff = clip("image", std::nullopt);
+    tiff.blobFilename = std::get<std::string>(blobs.write(makeTiff(5, 2), tiff.id, "tiff"));
+    actions.copy(tiff, CopyTransform::plain);
+    ASSERT_TRUE(pasteboard.writes.back().image);
+    EXPECT_EQ(pasteboard.writes.back().imageExtension, "png");
+    EXPECT_EQ(imagePixelSize(*pasteboard.writes.back().image), (PixelSize{5, 2})) << "a TIFF blob is offered as PNG";
+
     blobs.remove(*image.blobFilename);
+    image.fullImageData = makePng(4, 3);
     actions.copy(image, CopyTransform::plain);
-    EXPECT_FALSE(pasteboard.writes.back().image);
+    EXPECT_FALSE(pasteboard.writes.back().image) << "an unreadable file writes nothing, inline data or not";
     EXPECT_FALSE(pasteboard.writes.back().text);
     actions.copy(clip("text", std::nullopt), CopyTransform::plain);
     EXPECT_FALSE(pasteboard.writes.back().text) << "no text: nothing is written";

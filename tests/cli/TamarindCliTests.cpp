@@ -547,6 +547,22 @@ TEST_F(TamarindCli, AnUnreadableImportLineIsReportedAndTheRestStillImports) {
     EXPECT_EQ(dump(json({"list", "--json"})), "text:fifth [F], text:first");
 }
 
+// An import never moves a clip into the past: a repeated line dated earlier leaves the clip where it
+// is, and a line without a date was copied at the import's time (so age retention keeps it).
+TEST_F(TamarindCli, ImportedDatesNeverMoveAClipBack) {
+    std::string id = add({"kept where it is"});
+    std::string before = json({"show", id, "--json"}).value("createdAt", "");
+    EXPECT_EQ(ok({"import", "-"}, R"({"text": "kept where it is", "createdAt": "2003-05-01T10:00:00Z"})"
+                                  "\n"
+                                  R"({"text": "undated"})"
+                                  "\n"),
+              "inserted 1, deduplicated 1, rejected 0, unreadable 0\n");
+    EXPECT_EQ(json({"show", id, "--json"}).value("createdAt", ""), before);
+    ok({"settings", "set", "capture.maximumAgeInDays", "30"});
+    EXPECT_EQ(ok({"retention"}), "removed 0 clips\n");
+    EXPECT_EQ(total(), 2);
+}
+
 // --- wipe and settings ------------------------------------------------------------------------------
 
 TEST_F(TamarindCli, WipeDeletesEverythingOnlyWithYes) {
@@ -579,6 +595,36 @@ TEST_F(TamarindCli, SettingsReadTheirDefaultsAndKeepWhatIsSet) {
     for (const char* text : {"a1", "b2", "c3", "d4"}) add({text});
     EXPECT_EQ(ok({"retention"}), "removed 2 clips\n");
     EXPECT_EQ(dump(json({"list", "--json"})), "text:d4, text:c3");
+}
+
+// Every preferences class that is built answers `settings`, and other commands print JSON alike.
+TEST_F(TamarindCli, EverySettingIsReachableAndCollectionsCreateSpeaksJson) {
+    Json all = json({"settings", "list", "--json"});
+    for (const char* key : {"appearance.theme", "appearance.accent", "appearance.cardDensity",
+                            "appearance.showsSourceAppIcons", "appearance.timestampStyle", "general.showsMenuBarIcon",
+                            "general.menuBarIconStyle", "general.checksForUpdatesAutomatically",
+                            "general.hasCompletedOnboarding", "capture.isPaused", "paste.keystroke"})
+        EXPECT_TRUE(all.contains(key)) << key;
+    EXPECT_EQ(ok({"settings", "get", "appearance.theme"}), "system\n");
+    ok({"settings", "set", "appearance.theme", "dark"});
+    ok({"settings", "set", "general.showsMenuBarIcon", "no"});
+    EXPECT_EQ(ok({"settings", "get", "appearance.theme"}), "dark\n");
+    EXPECT_EQ(ok({"settings", "get", "general.showsMenuBarIcon"}), "false\n");
+    EXPECT_EQ(run({"settings", "set", "appearance.theme", "sepia"}).exitCode, 2);
+
+    Json created = json({"collections", "create", "Work", "--json"});
+    EXPECT_EQ(created.value("name", ""), "Work");
+    EXPECT_EQ(json({"collections", "--json"})[0].value("id", ""), created.value("id", "?"));
+}
+
+// Without a display the app says what it needs in one line, instead of Qt's abort.
+TEST_F(TamarindCli, TheAppWithoutADisplaySaysWhatItNeeds) {
+    ProcessCommand app = command({});
+    app.environment["DISPLAY"] = "";
+    ProcessResult result = checked(runProcess(app));
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(linesOf(result.err).size(), 1u) << result.err;
+    EXPECT_NE(result.err.find("needs an X11 or Xwayland session"), std::string::npos) << result.err;
 }
 
 // Hotkeys changed without the app: the stored form the app reads at its next start.

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <thread>
 
+#include "rules/SmartRule.h"
 #include "x11/X11Fixtures.h"
 
 namespace tamarind {
@@ -47,6 +48,34 @@ TEST_F(DesktopAppTest, RunsOnceCapturesAndAnswersPauseResumeAndStatus) {
     for (int attempt = 0; attempt < 100 && ::waitpid(app, &wstatus, WNOHANG) == 0; ++attempt)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_TRUE(WIFEXITED(wstatus) && WEXITSTATUS(wstatus) == 0) << "SIGTERM should end the app cleanly";
+    session_.stop(app);
+}
+
+// Settings and rules written by the command line are in force in the running app for the very
+// next copy, and the app's own writes keep them.
+TEST_F(DesktopAppTest, ARuleAddedFromTheCommandLineStopsTheNextCopy) {
+    pid_t app = session_.start(TAMARIND_BINARY, {});
+    ASSERT_TRUE(status()) << "the app never answered on the bus";
+    ASSERT_TRUE(copyAndWait("before the rule", 1));
+
+    SmartRule skip = SmartRule::makeNew();
+    skip.name = "No secrets";
+    skip.isEnabled = true;
+    skip.conditions = {RuleCondition{Uuid::random(), RuleCondition::Field::textContains, "secret"}};
+    skip.actions = {RuleAction::skipCapture()};
+    ASSERT_EQ(tamarind({"rules", "add", "-"}, toJson(skip).dump()).exitCode, 0);
+    EXPECT_FALSE(copyAndWait("a secret right after", 2, 20));
+    ASSERT_TRUE(copyAndWait("plain again", 2));
+    EXPECT_EQ(status()->value("lastResult", ""), "inserted");
+    EXPECT_EQ(tamarind({"list", "--search", "secret", "--count"}).out, "0\n");
+
+    ASSERT_EQ(tamarind({"settings", "set", "capture.minimumCharacters", "8"}).exitCode, 0);
+    EXPECT_FALSE(copyAndWait("short", 3, 20));
+    // The app writes the settings file (its pause), and the rule and the minimum are still there.
+    EXPECT_EQ(tamarind({"pause"}).exitCode, 0);
+    EXPECT_EQ(tamarind({"resume"}).exitCode, 0);
+    EXPECT_NE(tamarind({"rules"}).out.find("No secrets"), std::string::npos);
+    EXPECT_EQ(tamarind({"settings", "get", "capture.minimumCharacters"}).out, "8\n");
     session_.stop(app);
 }
 

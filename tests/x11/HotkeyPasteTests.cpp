@@ -178,6 +178,37 @@ TEST_F(HotkeyPasteTest, SlotsPasteEveryKindIntoTheWindowInFrontAndShiftPastesPla
     EXPECT_EQ(tamarind({"settings", "get", "paste.keystroke"}).out, "shift+insert\n");
 }
 
+// Without the app, `tamarind paste-slot` and `tamarind paste` paste as the hotkey does: a
+// multi-clip joined with the separator in force now, files as files, the clip marked used.
+TEST_F(HotkeyPasteTest, TheCommandLinePastesWithoutTheAppAsTheHotkeyDoes) {
+    startApp();
+    ASSERT_EQ(tamarind({"collect", "begin"}).exitCode, 0);
+    for (const char* part : {"first part", "second part"}) {
+        long long before = status().value_or(Json::object()).value("collectedItems", 0LL);
+        session_.start("sh", {"-c", "printf '%s' \"$0\" | xclip -selection clipboard -i", part});
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            if (status().value_or(Json::object()).value("collectedItems", 0LL) > before) break;
+            std::this_thread::sleep_for(50ms);
+        }
+    }
+    ASSERT_EQ(tamarind({"collect", "finish"}).exitCode, 0);
+    session_.stop(app_);
+    ASSERT_EQ(tamarind({"settings", "set", "multiClip.joiner", "comma"}).exitCode, 0);
+    TemporaryFolder files;
+    std::ofstream(files.path() / "notes.txt") << "notes";
+    std::string fileClip = add({"--file", (files.path() / "notes.txt").string()});
+    startTarget();
+
+    ASSERT_EQ(tamarind({"paste-slot", "2"}).exitCode, 0) << "the multi-clip, the app not running";
+    Json joined = waitForPaste(1);
+    EXPECT_EQ(joined.value("text", ""), "first part, second part") << joined.dump();
+    ASSERT_EQ(tamarind({"paste", fileClip}).exitCode, 0);
+    Json file = waitForPaste(2);
+    EXPECT_EQ(file.value("files", Json::array()), Json::array({(files.path() / "notes.txt").string()})) << file.dump();
+    auto shown = parseJson(tamarind({"show", fileClip, "--json"}).out).value_or(Json::object());
+    EXPECT_EQ(shown.value("useCount", 0), 1) << shown.dump();
+}
+
 TEST_F(HotkeyPasteTest, PasteNextWalksBackWrapsAndStartsOverAfterAnOutsideCopyOrAPause) {
     for (const char* text : {"a", "b", "c"}) ASSERT_FALSE(add({text}).empty());
     startApp();

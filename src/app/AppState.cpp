@@ -21,6 +21,9 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
       hud_(platform.hud),
       launchAtLoginStatus_(loop, LoginItemStatus::notRegistered) {
     if (platform.permissions) permissions_ = std::make_unique<PermissionManager>(loop, *platform.permissions);
+    if (platform.permissions && platform.alerts)
+        accessibilityPrompt_ =
+            std::make_unique<AccessibilityPrompt>(*platform.alerts, *platform.permissions, platform.isWaylandSession);
     store_ = std::make_unique<ClipStore>(loop, stores ? std::move(*stores) : openLibrary(paths),
                                          BlobStore(paths.blobs()), machineID(defaults));
     preferences_ = std::make_unique<CapturePreferences>(defaults, loop);
@@ -39,8 +42,14 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
         shortcuts_ = std::make_unique<KeyboardShortcuts>(defaults, loop, *platform.hotKeys, declaredDefaultShortcut);
         pasteCoordinator_ = std::make_unique<PasteCoordinator>(
             loop, *store_, *paste_, *platform.hud, *shortcuts_, defaults, platform.keyEvents,
-            [permissions = permissions_.get(), alive = std::weak_ptr<bool>(isAlive_)] {
-                if (!alive.expired() && permissions) permissions->requestAccessibility();
+            [prompt = accessibilityPrompt_.get(), permissions = permissions_.get(),
+             alive = std::weak_ptr<bool>(isAlive_)] {
+                if (alive.expired()) return;
+                if (prompt) {
+                    prompt->show();
+                } else if (permissions) {
+                    permissions->requestAccessibility();
+                }
             });
     }
     if (platform.suspension)

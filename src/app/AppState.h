@@ -11,6 +11,7 @@
 #include "capture/ClipCaptureService.h"
 #include "capture/ClipboardMonitor.h"
 #include "capture/CollectModeService.h"
+#include "app/AccessibilityPrompt.h"
 #include "app/PermissionManager.h"
 #include "capture/CapturePreferences.h"
 #include "foundation/Defaults.h"
@@ -34,6 +35,8 @@ struct PlatformServices {
     KeyEvents* keyEvents = nullptr;          // none: a paste leaves the clip on the clipboard
     HotKeys* hotKeys = nullptr;              // with a HUD: the hotkeys and their pastes
     HUD* hud = nullptr;
+    Alerts* alerts = nullptr;               // none: a blocked paste asks for the grant instead of alerting
+    bool isWaylandSession = false;          // synthesised input can't be granted at all
 };
 
 class AppState {
@@ -48,6 +51,8 @@ public:
 
     // Present when the platform was given its grants.
     PermissionManager* permissions() { return permissions_.get(); }
+    // Present when the platform has alerts and grants: what a paste that couldn't be pressed shows.
+    AccessibilityPrompt* accessibilityPrompt() { return accessibilityPrompt_.get(); }
     ClipStore& store() { return *store_; }
     CapturePreferences& preferences() { return *preferences_; }
     SmartRuleStore& rules() { return *rules_; }
@@ -80,6 +85,7 @@ private:
 
     MainLoop& loop_;
     std::unique_ptr<PermissionManager> permissions_;
+    std::unique_ptr<AccessibilityPrompt> accessibilityPrompt_;
     std::unique_ptr<ClipStore> store_;
     std::unique_ptr<CapturePreferences> preferences_;
     std::unique_ptr<SmartRuleStore> rules_;

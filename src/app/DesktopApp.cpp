@@ -19,6 +19,7 @@
 #include "platform/qt/DBusControl.h"
 #include "platform/qt/DBusSuspensionEvents.h"
 #include "platform/qt/MenuKeyFilter.h"
+#include "platform/qt/QtAlerts.h"
 #include "platform/qt/QtMainLoop.h"
 #include "platform/qt/QtStatusItem.h"
 #include "platform/x11/X11Clipboard.h"
@@ -221,9 +222,11 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
     }
     X11HotKeys hotKeys(loop, x11);
     HUDController hud(loop);
+    QtAlerts alerts;
     AppState state(loop, defaults, paths,
                    PlatformServices{*std::get<std::unique_ptr<X11Clipboard>>(clipboard), workspace, &suspension,
-                                    loginItem ? &*loginItem : nullptr, &permissions, keys, &hotKeys, &hud});
+                                    loginItem ? &*loginItem : nullptr, &permissions, keys, &hotKeys, &hud, &alerts,
+                                    X11Permissions::isWaylandSessionNow()});
     if (isTestHost) {
         // Tests of the process itself: no menu, no capture, nothing that reaches the desktop.
         log.log("Launched as a test host; skipping UI and capture setup.");

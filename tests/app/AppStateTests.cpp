@@ -268,6 +268,43 @@ TEST_F(AppStateTest, APauseSavedByAnotherProgramPausesTheRunningCapture) {
     EXPECT_EQ(pauseState(), "running");
 }
 
+// A paste the session won't let us press: the HUD, then the alert, one at a time; its first button
+// opens where the user can act.
+TEST_F(AppStateTest, ABlockedPasteShowsTheAccessibilityAlertOnceAtATime) {
+    Paths paths{folder.path() / "share", folder.path() / "config", folder.path() / "cache"};
+    auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
+    FakePermissions permissions;  // no grant, as on Wayland
+    FakeAlerts alerts;
+    state = std::make_unique<AppState>(loop, defaults, paths,
+                                       PlatformServices{pasteboard, workspace, nullptr, nullptr, &permissions, &keys,
+                                                        &hotKeys, &hud, &alerts, true},
+                                       TamarindStores{std::move(memory), nullptr, false});
+    workspace.frontmost = RunningApplication{"org.gnome.TextEditor", "Text Editor", 0x400001};
+    state->start();
+    copy("hello", "org.gnome.TextEditor");
+    const Shortcut slot1 = Shortcut::withFlags(18, ModifierFlag::command | ModifierFlag::control);
+
+    ASSERT_TRUE(hotKeys.press(slot1));
+    loop.runUntilIdle();
+    EXPECT_EQ(hud.shown.back().title, "Copied — paste needs Accessibility");
+    ASSERT_EQ(alerts.shown.size(), 1u);
+    EXPECT_EQ(alerts.shown[0].title, "Tamarind needs Accessibility to paste");
+    EXPECT_TRUE(alerts.shown[0].text.starts_with(kAccessibilityAlertText));
+    EXPECT_NE(alerts.shown[0].text.find("tamarind paste-slot"), std::string::npos) << "what works on Wayland";
+    EXPECT_EQ(alerts.shown[0].buttons, (std::vector<std::string>{"Open System Settings", "Not Now"}));
+
+    ASSERT_TRUE(hotKeys.press(slot1));
+    loop.runUntilIdle();
+    EXPECT_EQ(alerts.shown.size(), 1u) << "a second request while it is up opens nothing";
+    alerts.answer(0);
+    EXPECT_EQ(permissions.opened, std::vector<std::string>{"accessibility"});
+    ASSERT_TRUE(hotKeys.press(slot1));
+    loop.runUntilIdle();
+    EXPECT_EQ(alerts.shown.size(), 2u);
+    alerts.answer(1);
+    EXPECT_EQ(permissions.opened.size(), 1u) << "Not Now opens nothing";
+}
+
 // The paste side as the composition root wires it: the hotkeys, their pastes and the HUD.
 TEST_F(AppStateTest, HotkeysReachThePastesAndTheHUDAndOutsideChangesMoveThem) {
     Paths paths{folder.path() / "share", folder.path() / "config", folder.path() / "cache"};

@@ -10,6 +10,7 @@
 
 #include "foundation/MainLoop.h"
 #include "paste/HUD.h"
+#include "platform/Alerts.h"
 #include "platform/HotKeys.h"
 #include "platform/KeyEvents.h"
 #include "platform/Pasteboard.h"
@@ -131,6 +132,22 @@ public:
 
     std::map<int, std::pair<Shortcut, std::function<void()>>> hotKeys;
     std::vector<Shortcut> taken;
+};
+
+// Keeps each alert run; the test answers the oldest open one.
+class FakeAlerts final : public Alerts {
+public:
+    void runModal(AlertContent content, std::function<void(std::size_t)> done) override {
+        shown.push_back(std::move(content));
+        open.push_back(std::move(done));
+    }
+    void answer(std::size_t button) {
+        auto done = std::move(open.front());
+        open.erase(open.begin());
+        done(button);
+    }
+    std::vector<AlertContent> shown;
+    std::vector<std::function<void(std::size_t)>> open;
 };
 
 // Keeps what was shown; a show replaces the last one.

@@ -3,6 +3,7 @@
 //   ui_shot OUT.png menu [paused] [collecting]   the status icon's menu
 //   ui_shot OUT.png collect N                    collect mode's panel with N copies staged
 //   ui_shot OUT.png hud [error|stored]           the paste feedback panel, over a plain desktop
+//   ui_shot OUT.png alert                        the alert after a paste Wayland would not press
 //   ui_shot OUT.png screen                       the whole screen, as the running app left it
 
 #include <QApplication>
@@ -12,7 +13,9 @@
 #include <cstring>
 #include <string>
 
+#include "app/AccessibilityPrompt.h"
 #include "app/MenuBarController.h"
+#include "platform/qt/QtAlerts.h"
 #include "platform/qt/QtMainLoop.h"
 #include "platform/qt/QtStatusItem.h"
 #include "ui/CollectModeHUD.h"
@@ -21,12 +24,25 @@
 int main(int argc, char** argv) {
     using namespace tamarind;
     if (argc < 3) {
-        std::fprintf(stderr, "usage: ui_shot OUT.png menu [paused] [collecting] | collect N | hud [error|stored] | screen\n");
+        std::fprintf(stderr,
+                     "usage: ui_shot OUT.png menu [paused] [collecting] | collect N | hud [error|stored] | alert | "
+                     "screen\n");
         return 2;
     }
     QApplication application(argc, argv);
     // The whole screen as it is, for a look at the running app's windows.
     if (std::strcmp(argv[2], "screen") == 0) return QGuiApplication::primaryScreen()->grabWindow(0).save(argv[1]) ? 0 : 1;
+    if (std::strcmp(argv[2], "alert") == 0) {
+        QtAlerts alerts;
+        alerts.runModal(accessibilityAlertContent(true), [](std::size_t) {});
+        QTimer::singleShot(600, [&] {
+            QWidget* box = QApplication::activeModalWidget();
+            QRect area = box ? box->geometry().adjusted(-20, -20, 20, 20) : QRect();
+            QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(), area.width(), area.height());
+            QApplication::exit(box && shot.save(argv[1]) ? 0 : 1);
+        });
+        return QApplication::exec();
+    }
     QtMainLoop loop;
     InMemoryDefaults defaults;
     auto has = [&](const char* word) {

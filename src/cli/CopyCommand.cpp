@@ -51,12 +51,38 @@ ClipboardContent contentOf(CliContext& context, Clip clip, const CopyOptions& op
     return *content;
 }
 
+// A child that owns the clipboard after this process leaves, and the one byte it answered.
+struct ClipboardOwner {
+    pid_t pid = -1;
+    std::optional<char> answer;  // none when it ended without one
+};
+
+// Runs `serve` in a child of its own session with its output on /dev/null, and waits for the byte
+// it writes to the descriptor it is given.
+ClipboardOwner startClipboardOwner(CliContext& context, const std::function<void(int ready)>& serve) {
+    int pipeFds[2];
+    if (::pipe(pipeFds) != 0) refuse("cannot start the clipboard owner");
+    context.out().flush();
+    pid_t child = ::fork();
+    if (child < 0) refuse("cannot start the clipboard owner");
+    if (child == 0) {
+        ::close(pipeFds[0]);
+        ::setsid();
+        int null = ::open("/dev/null", O_RDWR);
+        for (int fd : {0, 1, 2}) ::dup2(null, fd);
+        serve(pipeFds[1]);
+        ::_exit(1);
+    }
+    ::close(pipeFds[1]);
+    char answer = 0;
+    ssize_t got = ::read(pipeFds[0], &answer, 1);
+    ::close(pipeFds[0]);
+    return {child, got == 1 ? std::optional<char>(answer) : std::nullopt};
+}
+
 // In the child: owns the clipboard until it is taken, then exits. Writes one byte to `ready`
 // ('1' owned, '0' not) and closes it, so that the parent can leave.
 [[noreturn]] void serve(ClipboardContent content, int ready) {
-    ::setsid();
-    int null = ::open("/dev/null", O_RDWR);
-    for (int fd : {0, 1, 2}) ::dup2(null, fd);
     PollMainLoop loop;
     auto opened = X11Connection::open(loop);
     auto* x11 = std::get_if<std::unique_ptr<X11Connection>>(&opened);
@@ -79,21 +105,9 @@ void runCopy(CliContext& context, const CopyOptions& options) {
     Clip clip = *context.store().clip(context.resolveClip(options.id));
     ClipboardContent content = contentOf(context, std::move(clip), options);
     if (!std::getenv("DISPLAY")) refuse("DISPLAY is not set: copying needs an X display");
-    int pipeFds[2];
-    if (::pipe(pipeFds) != 0) refuse("cannot start the clipboard owner");
-    context.out().flush();
-    pid_t child = ::fork();
-    if (child < 0) refuse("cannot start the clipboard owner");
-    if (child == 0) {
-        ::close(pipeFds[0]);
-        serve(std::move(content), pipeFds[1]);
-    }
-    ::close(pipeFds[1]);
-    char answer = '0';
-    ssize_t got = ::read(pipeFds[0], &answer, 1);
-    ::close(pipeFds[0]);
-    if (got != 1 || answer != '1') {
-        ::waitpid(child, nullptr, 0);
+    ClipboardOwner owner = startClipboardOwner(context, [&](int ready) { serve(std::move(content), ready); });
+    if (owner.answer != '1') {
+        ::waitpid(owner.pid, nullptr, 0);
         refuse("could not take the clipboard of display " + std::string(std::getenv("DISPLAY")));
     }
 }
@@ -106,9 +120,6 @@ char outcomeByte(PasteOutcome outcome) { return static_cast<char>('0' + static_c
 // keys are up, the restore when it is set), answers the outcome on `ready`, then serves the
 // clipboard until another program takes it. Never touches the store, which the parent owns.
 [[noreturn]] void pasteAndServe(CliContext& context, const Clip& clip, bool isPlain, int ready) {
-    ::setsid();
-    int null = ::open("/dev/null", O_RDWR);
-    for (int fd : {0, 1, 2}) ::dup2(null, fd);
     PollMainLoop loop;
     auto answer = [&](char byte) {
         if (ready < 0) return;
@@ -154,21 +165,11 @@ void runPaste(CliContext& context, const CopyOptions& options) {
     Clip clip = *context.store().clip(context.resolveClip(options.id));
     if (!std::getenv("DISPLAY")) refuse("DISPLAY is not set: pasting needs an X display");
     context.store().markUsed(clip.id, context.now());
-    int pipeFds[2];
-    if (::pipe(pipeFds) != 0) refuse("cannot start the clipboard owner");
-    context.out().flush();
-    pid_t child = ::fork();
-    if (child < 0) refuse("cannot start the clipboard owner");
-    if (child == 0) {
-        ::close(pipeFds[0]);
-        pasteAndServe(context, clip, options.isPlain, pipeFds[1]);
-    }
-    ::close(pipeFds[1]);
-    char answer = 'x';
-    ssize_t got = ::read(pipeFds[0], &answer, 1);
-    ::close(pipeFds[0]);
-    if (got != 1 || answer == 'x') {
-        ::waitpid(child, nullptr, 0);
+    ClipboardOwner owner =
+        startClipboardOwner(context, [&](int ready) { pasteAndServe(context, clip, options.isPlain, ready); });
+    char answer = owner.answer.value_or('x');
+    if (answer == 'x') {
+        ::waitpid(owner.pid, nullptr, 0);
         refuse("could not take the clipboard of display " + std::string(std::getenv("DISPLAY")));
     }
     std::string id = clip.id.uuidString().substr(0, kShownIDLength);
@@ -176,7 +177,7 @@ void runPaste(CliContext& context, const CopyOptions& options) {
     switch (static_cast<PasteOutcome>(answer - '0')) {
     case PasteOutcome::pasted: return;
     case PasteOutcome::nothingToPaste:
-        ::waitpid(child, nullptr, 0);
+        ::waitpid(owner.pid, nullptr, 0);
         refuse("clip " + id + " has nothing to paste");
     case PasteOutcome::noTarget: refuse("no window to paste into; clip " + id + " was copied");
     case PasteOutcome::accessibilityMissing:

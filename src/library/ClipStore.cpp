@@ -127,7 +127,6 @@ void ClipStore::attributePlaceholderOrigins(const std::string& machineID) {
     }
     if (changed == 0) return;
     log_.log("Attributed %{public}ld existing clips to this Mac.", changed);
-    log_.log("(They carried a placeholder instead of this machine's identifier, %{public}s.)", machineID);
 }
 
 void ClipStore::setActiveRulesProvider(std::function<std::vector<SmartRule>()> provider) {

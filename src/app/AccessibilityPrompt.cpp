@@ -6,11 +6,11 @@ AlertContent accessibilityAlertContent(bool isWaylandSession) {
     std::string text = std::string(kAccessibilityAlertText) + ".";
     if (isWaylandSession)
         text +=
-            "\n\nOn this Wayland session no program may type into another's window, so there is nothing to grant: "
-            "paste with Ctrl+V yourself, or bind `tamarind paste-slot 1` (to 10) to a shortcut in your desktop's "
-            "keyboard settings, which pastes without typing for you.";
+            "\n\nOn a Wayland session no program may type into another's window, so there is nothing to grant. "
+            "Press Ctrl+V to paste it. To pick a clip by key, bind \u201Ctamarind paste-slot 1\u201D (through 10) to "
+            "a shortcut in your desktop's keyboard settings: it puts that clip on the clipboard for Ctrl+V.";
     else
-        text += "\n\nOn this desktop that means the X server's XTEST extension, which lets a program type keys.";
+        text += "\n\nTamarind types keys through the X server's XTEST extension, which this display does not offer.";
     return AlertContent{kAccessibilityAlertTitle, std::move(text),
                         {kAccessibilityAlertOpenButton, kAccessibilityAlertLaterButton}};
 }

@@ -98,12 +98,12 @@ public:
         codec_.write(owner_.defaults(), key(), this->value());
     }
 
-    // Takes in outside changes, then changes the current value in place and stores it.
+    // Takes in outside changes, then changes the current value in place and stores it, unless
+    // `change` answers false (nothing to change).
     template <class Change> void modify(Change&& change) {
         owner_.synchronize();
         T value = this->value();
-        std::forward<Change>(change)(value);
-        set(std::move(value));
+        if (std::forward<Change>(change)(value)) set(std::move(value));
     }
 
 private:

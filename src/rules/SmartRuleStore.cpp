@@ -279,45 +279,46 @@ void SmartRuleStore::addRule(SmartRule rule) {
             rule.sortIndex = highest->sortIndex + kRuleSortIndexGap;
         }
         rules.push_back(std::move(rule));
+        return true;
     });
 }
 
 void SmartRuleStore::updateRule(const SmartRule& rule) {
-    synchronize();
-    if (!this->rule(rule.id)) return;
     rules_.modify([&](std::vector<SmartRule>& rules) {
-        for (SmartRule& stored : rules)
-            if (stored.id == rule.id) {
-                stored = rule;
-                break;
-            }
+        auto found = std::find_if(rules.begin(), rules.end(), [&](const SmartRule& r) { return r.id == rule.id; });
+        if (found == rules.end()) return false;
+        *found = rule;
+        return true;
     });
 }
 
 void SmartRuleStore::setRuleEnabled(const Uuid& id, bool isEnabled) {
-    synchronize();
-    if (!rule(id)) return;
     rules_.modify([&](std::vector<SmartRule>& rules) {
-        for (SmartRule& stored : rules)
-            if (stored.id == id) {
-                stored.isEnabled = isEnabled;
-                break;
-            }
+        auto found = std::find_if(rules.begin(), rules.end(), [&](const SmartRule& r) { return r.id == id; });
+        if (found == rules.end()) return false;
+        found->isEnabled = isEnabled;
+        return true;
     });
 }
 
 void SmartRuleStore::deleteRule(const Uuid& id) {
-    rules_.modify([&](std::vector<SmartRule>& rules) { std::erase_if(rules, [&](const SmartRule& r) { return r.id == id; }); });
+    rules_.modify([&](std::vector<SmartRule>& rules) {
+        std::erase_if(rules, [&](const SmartRule& r) { return r.id == id; });
+        return true;
+    });
 }
 
 void SmartRuleStore::addSmartCollection(SmartCollection collection) {
-    smartCollections_.modify(
-        [&](std::vector<SmartCollection>& collections) { collections.push_back(std::move(collection)); });
+    smartCollections_.modify([&](std::vector<SmartCollection>& collections) {
+        collections.push_back(std::move(collection));
+        return true;
+    });
 }
 
 void SmartRuleStore::deleteSmartCollection(const Uuid& id) {
     smartCollections_.modify([&](std::vector<SmartCollection>& collections) {
         std::erase_if(collections, [&](const SmartCollection& c) { return c.id == id; });
+        return true;
     });
 }
 

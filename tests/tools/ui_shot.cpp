@@ -2,11 +2,13 @@
 // Xvfb without a panel or a window manager (not a test):
 //   ui_shot OUT.png menu [paused] [collecting]   the status icon's menu
 //   ui_shot OUT.png collect N                    collect mode's panel with N copies staged
-//   ui_shot OUT.png hud [error|stored]           the paste feedback panel, over a plain desktop
-//   ui_shot OUT.png alert                        the alert after a paste Wayland would not press
+//   ui_shot OUT.png hud [error|stored] [dark]    the paste feedback panel, over a light or dark desktop
+//   ui_shot OUT.png alert [x11] [dark]           the alert after a paste the session would not press
+//                                                (on Wayland unless x11), in a light or dark palette
 //   ui_shot OUT.png screen                       the whole screen, as the running app left it
 
 #include <QApplication>
+#include <QPalette>
 #include <QScreen>
 #include <QTimer>
 
@@ -32,9 +34,27 @@ int main(int argc, char** argv) {
     QApplication application(argc, argv);
     // The whole screen as it is, for a look at the running app's windows.
     if (std::strcmp(argv[2], "screen") == 0) return QGuiApplication::primaryScreen()->grabWindow(0).save(argv[1]) ? 0 : 1;
+    auto has = [&](const char* word) {
+        for (int i = 3; i < argc; ++i)
+            if (std::strcmp(argv[i], word) == 0) return true;
+        return false;
+    };
     if (std::strcmp(argv[2], "alert") == 0) {
+        if (has("dark")) {
+            // What a desktop with a dark theme hands every Qt window.
+            QApplication::setStyle("Fusion");
+            QPalette dark;
+            dark.setColor(QPalette::Window, QColor(45, 45, 48));
+            dark.setColor(QPalette::WindowText, QColor(235, 235, 238));
+            dark.setColor(QPalette::Base, QColor(30, 30, 32));
+            dark.setColor(QPalette::Text, QColor(235, 235, 238));
+            dark.setColor(QPalette::Button, QColor(60, 60, 64));
+            dark.setColor(QPalette::ButtonText, QColor(235, 235, 238));
+            dark.setColor(QPalette::Highlight, QColor(59, 91, 253));
+            QApplication::setPalette(dark);
+        }
         QtAlerts alerts;
-        alerts.runModal(accessibilityAlertContent(true), [](std::size_t) {});
+        alerts.runModal(accessibilityAlertContent(!has("x11")), [](std::size_t) {});
         QTimer::singleShot(600, [&] {
             QWidget* box = QApplication::activeModalWidget();
             QRect area = box ? box->geometry().adjusted(-20, -20, 20, 20) : QRect();
@@ -45,11 +65,6 @@ int main(int argc, char** argv) {
     }
     QtMainLoop loop;
     InMemoryDefaults defaults;
-    auto has = [&](const char* word) {
-        for (int i = 3; i < argc; ++i)
-            if (std::strcmp(argv[i], word) == 0) return true;
-        return false;
-    };
     AppearancePreferences appearance(defaults, loop);
     CapturePreferences preferences(defaults, loop);
     auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
@@ -75,7 +90,7 @@ int main(int argc, char** argv) {
         item.menu().popup(QPoint(20, 20));
     } else if (isPasteHUD) {
         desktop.setGeometry(QGuiApplication::primaryScreen()->geometry());
-        desktop.setStyleSheet("background: #D9DEE7;");
+        desktop.setStyleSheet(has("dark") ? "background: #1E2024;" : "background: #D9DEE7;");
         desktop.show();
         QTimer::singleShot(200, [&] {
             if (has("error")) {

@@ -25,10 +25,11 @@ protected:
     FakeHUD hud;
     std::unique_ptr<AppState> state;  // after the fakes it holds, so that it goes first
 
-    void make() {
+    void make() { make(PlatformServices{pasteboard, workspace}); }
+    void make(PlatformServices platform) {
         Paths paths{folder.path() / "share", folder.path() / "config", folder.path() / "cache"};
         auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
-        state = std::make_unique<AppState>(loop, defaults, paths, PlatformServices{pasteboard, workspace},
+        state = std::make_unique<AppState>(loop, defaults, paths, platform,
                                            TamarindStores{std::move(memory), nullptr, false});
     }
     std::vector<Clip> libraryClips() { return state->store().fetchPage(0, ClipQuery{}, ClipSortOrder::oldest, 100); }
@@ -271,14 +272,9 @@ TEST_F(AppStateTest, APauseSavedByAnotherProgramPausesTheRunningCapture) {
 // A paste the session won't let us press: the HUD, then the alert, one at a time; its first button
 // opens where the user can act.
 TEST_F(AppStateTest, ABlockedPasteShowsTheAccessibilityAlertOnceAtATime) {
-    Paths paths{folder.path() / "share", folder.path() / "config", folder.path() / "cache"};
-    auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
     FakePermissions permissions;  // no grant, as on Wayland
     FakeAlerts alerts;
-    state = std::make_unique<AppState>(loop, defaults, paths,
-                                       PlatformServices{pasteboard, workspace, nullptr, nullptr, &permissions, &keys,
-                                                        &hotKeys, &hud, &alerts, true},
-                                       TamarindStores{std::move(memory), nullptr, false});
+    make(PlatformServices{pasteboard, workspace, nullptr, nullptr, &permissions, &keys, &hotKeys, &hud, &alerts, true});
     workspace.frontmost = RunningApplication{"org.gnome.TextEditor", "Text Editor", 0x400001};
     state->start();
     copy("hello", "org.gnome.TextEditor");
@@ -288,10 +284,11 @@ TEST_F(AppStateTest, ABlockedPasteShowsTheAccessibilityAlertOnceAtATime) {
     loop.runUntilIdle();
     EXPECT_EQ(hud.shown.back().title, "Copied — paste needs Accessibility");
     ASSERT_EQ(alerts.shown.size(), 1u);
-    EXPECT_EQ(alerts.shown[0].title, "Tamarind needs Accessibility to paste");
+    EXPECT_EQ(alerts.shown[0].title, kAccessibilityAlertTitle);
     EXPECT_TRUE(alerts.shown[0].text.starts_with(kAccessibilityAlertText));
     EXPECT_NE(alerts.shown[0].text.find("tamarind paste-slot"), std::string::npos) << "what works on Wayland";
-    EXPECT_EQ(alerts.shown[0].buttons, (std::vector<std::string>{"Open System Settings", "Not Now"}));
+    EXPECT_EQ(alerts.shown[0].buttons,
+              (std::vector<std::string>{kAccessibilityAlertOpenButton, kAccessibilityAlertLaterButton}));
 
     ASSERT_TRUE(hotKeys.press(slot1));
     loop.runUntilIdle();
@@ -307,11 +304,7 @@ TEST_F(AppStateTest, ABlockedPasteShowsTheAccessibilityAlertOnceAtATime) {
 
 // The paste side as the composition root wires it: the hotkeys, their pastes and the HUD.
 TEST_F(AppStateTest, HotkeysReachThePastesAndTheHUDAndOutsideChangesMoveThem) {
-    Paths paths{folder.path() / "share", folder.path() / "config", folder.path() / "cache"};
-    auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
-    state = std::make_unique<AppState>(
-        loop, defaults, paths, PlatformServices{pasteboard, workspace, nullptr, nullptr, nullptr, &keys, &hotKeys, &hud},
-        TamarindStores{std::move(memory), nullptr, false});
+    make(PlatformServices{pasteboard, workspace, nullptr, nullptr, nullptr, &keys, &hotKeys, &hud});
     workspace.frontmost = RunningApplication{"org.gnome.TextEditor", "Text Editor", 0x400001};
     state->start();
     copy("hello", "org.gnome.TextEditor");

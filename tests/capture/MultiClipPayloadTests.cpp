@@ -16,8 +16,10 @@ TEST(MultiClipPayload, JoinsLinesDroppingEmptyOnes) {
                               item("code", std::nullopt), item("link", "https://e.com")}};
     EXPECT_EQ(payload.joinedText(", "), "first, Image, Image, /a/x.txt, /b/y, https://e.com");
     EXPECT_EQ(payload.joinedText(separator(MultiClipJoiner::custom, "")), "firstImageImage/a/x.txt/b/yhttps://e.com");
-    EXPECT_EQ(payload.joinedText(separator(MultiClipJoiner::doubleNewline, "ignored")),
-              "first\n\nImage\n\nImage\n\n/a/x.txt\n\n/b/y\n\nhttps://e.com");
+    std::string separators;
+    for (MultiClipJoiner joiner : kAllMultiClipJoiners) separators += "[" + separator(joiner, "|") + "]";
+    EXPECT_EQ(separators, "[\n][, ][\n\n][ ][|]");
+    EXPECT_EQ(multiClipJoinerOrNewline("tab"), MultiClipJoiner::newline) << "an unknown stored joiner";
     EXPECT_EQ(payload.filePaths(), (std::vector<std::string>{"/a/x.txt", "/b/y"}));
     EXPECT_EQ(MultiClipPayload{}.joinedText("\n"), "");
 }
@@ -49,14 +51,6 @@ TEST(MultiClipPayload, JsonRoundTripsAndRejectsOtherShapes) {
         EXPECT_FALSE(MultiClipPayload::decode(dataFromString(bad))) << bad;
     EXPECT_TRUE(MultiClipPayload::decode(dataFromString(
         R"({"items":[{"id":"e621e1f8-c36c-495a-93fc-0c247a3e6e5f","kind":"text","text":null,"filePaths":[],"capturedAt":0}]})")));
-}
-
-TEST(MultiClipJoiner, RawStringsAndSeparators) {
-    std::string all;
-    for (MultiClipJoiner joiner : kAllMultiClipJoiners)
-        all += std::string(rawValue(joiner)) + "=[" + separator(joiner, "|") + "] ";
-    EXPECT_EQ(all, "newline=[\n] comma=[, ] doubleNewline=[\n\n] space=[ ] custom=[|] ");
-    EXPECT_EQ(multiClipJoinerOrNewline("tab"), MultiClipJoiner::newline);
 }
 
 }  // namespace

@@ -99,19 +99,6 @@ TEST(InMemoryDefaults, StoresReplacesAndRemoves) {
     EXPECT_EQ(defaults.dictionaryRepresentation().size(), 2u);
 }
 
-TEST(Defaults, AbsentKeysReadAsFalseZeroAndAbsent) {
-    InMemoryDefaults defaults;
-    EXPECT_FALSE(defaults.boolValue("absent"));
-    EXPECT_EQ(defaults.integer("absent"), 0);
-    EXPECT_EQ(defaults.doubleValue("absent"), 0.0);
-    EXPECT_FALSE(defaults.string("absent"));
-    EXPECT_FALSE(defaults.data("absent"));
-    EXPECT_FALSE(defaults.date("absent"));
-    EXPECT_FALSE(defaults.array("absent"));
-    EXPECT_FALSE(defaults.stringArray("absent"));
-    EXPECT_FALSE(defaults.dictionary("absent"));
-}
-
 TEST(Defaults, BoolValueReadsNumbersAndWordsAsThePlatformDoes) {
     InMemoryDefaults defaults;
     for (PlistValue yes : {PlistValue(true), PlistValue(1), PlistValue(-1), PlistValue(0.5), PlistValue("YES"),
@@ -169,8 +156,12 @@ TEST(Defaults, IntegerAndDoubleConvertNumbersBooleansAndNumericStrings) {
     EXPECT_TRUE(std::isnan(defaults.doubleValue("number")));
 }
 
-TEST(Defaults, StringRendersNumbersAndTheOtherReadersWantTheirOwnType) {
+TEST(Defaults, StringRendersNumbersAndTheOtherReadersWantTheirOwnTypeOrGiveNothing) {
     InMemoryDefaults defaults(PlistDictionary{
+        {"strings", PlistArray{"a", "", "c"}},
+        {"empty", PlistArray{}},
+        {"mixed", PlistArray{"a", 1}},
+        {"nested", PlistArray{"a", PlistArray{"b"}}},
         {"string", "text"},
         {"integer", -42},
         {"double", 0.1},
@@ -198,21 +189,24 @@ TEST(Defaults, StringRendersNumbersAndTheOtherReadersWantTheirOwnType) {
     EXPECT_FALSE(defaults.array("dictionary"));
     EXPECT_EQ(PlistValue(*defaults.dictionary("dictionary")), PlistValue(PlistDictionary{{"k", 1}}));
     EXPECT_FALSE(defaults.dictionary("array"));
-}
 
-TEST(Defaults, StringArrayNeedsEveryElementToBeAString) {
-    InMemoryDefaults defaults(PlistDictionary{
-        {"strings", PlistArray{"a", "", "c"}},
-        {"empty", PlistArray{}},
-        {"mixed", PlistArray{"a", 1}},
-        {"nested", PlistArray{"a", PlistArray{"b"}}},
-        {"string", "a"},
-    });
+    // A string array needs every element to be a string.
     EXPECT_EQ(defaults.stringArray("strings"), (std::vector<std::string>{"a", "", "c"}));
     EXPECT_EQ(defaults.stringArray("empty"), std::vector<std::string>{});
     EXPECT_FALSE(defaults.stringArray("mixed"));
     EXPECT_FALSE(defaults.stringArray("nested"));
     EXPECT_FALSE(defaults.stringArray("string"));
+
+    // An absent key reads as false, zero or nothing.
+    EXPECT_FALSE(defaults.boolValue("absent"));
+    EXPECT_EQ(defaults.integer("absent"), 0);
+    EXPECT_EQ(defaults.doubleValue("absent"), 0.0);
+    EXPECT_FALSE(defaults.string("absent"));
+    EXPECT_FALSE(defaults.data("absent"));
+    EXPECT_FALSE(defaults.date("absent"));
+    EXPECT_FALSE(defaults.array("absent"));
+    EXPECT_FALSE(defaults.stringArray("absent"));
+    EXPECT_FALSE(defaults.dictionary("absent"));
 }
 
 TEST(DefaultsObservers, HearEverySetAndRemoveAfterTheChange) {

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <set>
@@ -135,9 +134,8 @@ TEST(Paths, FollowTheXdgRulesWithTheTamarindHomeOverride) {
 }
 
 TEST(Files, CreateFoldersPrivatelyAndReplaceFilesWhole) {
-    std::string root = ::testing::TempDir() + "tamarind-files-XXXXXX";
-    ASSERT_NE(::mkdtemp(root.data()), nullptr);
-    std::filesystem::path folder = std::filesystem::path(root) / "a" / "b";
+    TemporaryFolder root;
+    std::filesystem::path folder = root.path() / "a" / "b";
     ASSERT_FALSE(createPrivateDirectories(folder));
     struct stat status {};
     ASSERT_EQ(::stat(folder.c_str(), &status), 0);
@@ -160,7 +158,6 @@ TEST(Files, CreateFoldersPrivatelyAndReplaceFilesWhole) {
     auto failed = writeFileAtomically(file / "x", "y");
     ASSERT_TRUE(failed);
     EXPECT_NE(failed->message.find("Not a directory"), std::string::npos) << failed->message;
-    std::filesystem::remove_all(root);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 
 #include <bit>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -12,6 +11,7 @@
 #include "foundation/Log.h"
 #include "foundation/PlistFileDefaults.h"
 #include "foundation/PollMainLoop.h"
+#include "support/TemporaryFolder.h"
 
 namespace tamarind {
 namespace {
@@ -90,22 +90,12 @@ PlistDictionary everyType() {
 
 class PlistFileDefaultsTest : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::path(testing::TempDir()) / "defaults-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-        path_ = folder_ / "defaults.plist";
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::remove_all(folder_, ignored);
-    }
-
     // A fixed wall time, so that the name of a kept file is known.
     static Date fixedNow() { return date("2026-11-22T20:49:12.7Z"); }
 
-    fs::path folder_;
-    fs::path path_;
+    TemporaryFolder temporary_;
+    fs::path folder_ = temporary_.path();
+    fs::path path_ = folder_ / "defaults.plist";
 };
 
 TEST_F(PlistFileDefaultsTest, EveryTypeRoundTripsExactlyThroughTheFile) {
@@ -306,14 +296,10 @@ TEST_F(PlistFileDefaultsTest, AnUnreadableFileIsKeptAsideUnchangedAndTheSettings
         std::string bytes;
         std::string reason;
     };
+    // Each way of failing to decode takes this road; the reasons are PlistCodec's.
     for (const Case& test : {
-             Case{"garbage", std::string("\0\x01\xfe garbage\n", 12), "not a property list, or cut short"},
              Case{"truncated", written.substr(0, written.size() / 2), "not a property list, or cut short"},
-             Case{"array", "<plist version=\"1.0\"><array><integer>1</integer></array></plist>",
-                  "the top level is an array, not a dictionary"},
              Case{"empty", "", "the file is empty"},
-             Case{"bad date", "<plist><dict><key>k</key><date>soon</date></dict></plist>",
-                  "the date \"soon\" can't be read"},
          }) {
         SCOPED_TRACE(test.name);
         fs::path folder = folder_ / test.name;

@@ -83,6 +83,13 @@ TEST(Regex, KeepsByteOffsetsRightThroughLongMultiByteText) {
 }
 
 TEST(Regex, SpeaksIcuDialectAndRejectsBadPatternsQuietly) {
+    // matches() is the whole text, containsMatch() anywhere.
+    Regex digits = compiled(R"(\d+)");
+    EXPECT_TRUE(digits.matches("123"));
+    EXPECT_FALSE(digits.matches("123a"));
+    EXPECT_FALSE(digits.matches("a123"));
+    EXPECT_TRUE(digits.containsMatch("a123"));
+    EXPECT_TRUE(compiled("a*").matches(""));
     EXPECT_TRUE(compiled(R"(^\p{L}+$)").matches("\u00E9t\u00E9\u0436"));
     EXPECT_TRUE(compiled("^[[:alpha:]]+$").matches("abc\u00E9"));
     EXPECT_TRUE(compiled(R"(\bcat\b)").containsMatch("a cat."));
@@ -116,17 +123,6 @@ TEST(Regex, OptionsChangeCaseLineAndDotBehaviour) {
     RegexOptions dotAll;
     dotAll.dotMatchesNewlines = true;
     EXPECT_TRUE(compiled("a.b", dotAll).containsMatch("a\nb"));
-}
-
-TEST(Regex, MatchesMeansTheWholeTextAndContainsMeansAnywhere) {
-    Regex digits = compiled(R"(\d+)");
-    EXPECT_TRUE(digits.matches("123"));
-    EXPECT_FALSE(digits.matches("123a"));
-    EXPECT_FALSE(digits.matches("a123"));
-    EXPECT_FALSE(digits.matches(""));
-    EXPECT_TRUE(digits.containsMatch("a123"));
-    EXPECT_FALSE(digits.containsMatch("abc"));
-    EXPECT_TRUE(compiled("a*").matches(""));
 }
 
 TEST(Regex, EmptyMatchesAdvanceByWholeCodePoints) {

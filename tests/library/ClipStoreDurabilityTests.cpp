@@ -1,3 +1,6 @@
+// What the store keeps through kills, full disks, failed statements and damaged or older files.
+
+#include <SQLiteCpp/Database.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -17,6 +20,14 @@
 
 namespace tamarind {
 namespace {
+
+PasteboardSnapshot textSnapshot(std::string text, double at) {
+    PasteboardSnapshot snapshot;
+    snapshot.types = {"UTF8_STRING"};
+    snapshot.string = std::move(text);
+    snapshot.capturedAt = Date::fromReferenceSeconds(at);
+    return snapshot;
+}
 
 TEST(RecentHashWindow, KeepsTheMostRecentDistinctHashesOldestFirst) {
     RecentHashWindow window(3);
@@ -43,10 +54,7 @@ TEST(ClipStoreDurability, AKillDuringIngestsLosesNothingThatWasReported) {
         ManualMainLoop loop;
         ClipStore store(loop, openStores(folder.path(), false, false, true), BlobStore(folder.path() / "blobs"), "M");
         for (int i = 0;; ++i) {
-            PasteboardSnapshot snapshot;
-            snapshot.string = "durable clip " + std::to_string(i);
-            snapshot.capturedAt = Date::fromReferenceSeconds(i);
-            IngestResult result = store.ingest(snapshot, {});
+            IngestResult result = store.ingest(textSnapshot("durable clip " + std::to_string(i), i), {});
             std::string id = result.clipID.uuidString() + "\n";
             if (::write(reports[1], id.data(), id.size()) != static_cast<ssize_t>(id.size())) ::_exit(1);
         }
@@ -80,14 +88,6 @@ TEST(ClipStoreDurability, AKillDuringIngestsLosesNothingThatWasReported) {
     for (const std::string& id : reported) EXPECT_TRUE(stored.contains(id)) << id << " was reported but is gone";
 }
 
-}  // namespace
-}  // namespace tamarind
-
-#include <SQLiteCpp/Database.h>
-
-namespace tamarind {
-namespace {
-
 TEST(ModelContainer, AClipThatFailsHalfWayLeavesNothingBehindForTheNextSave) {
     auto container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
     container->database().exec(
@@ -102,12 +102,6 @@ TEST(ModelContainer, AClipThatFailsHalfWayLeavesNothingBehindForTheNextSave) {
     ASSERT_EQ(clips.size(), 1u);
     EXPECT_EQ(clips[0].id, whole.id);
 }
-
-}  // namespace
-}  // namespace tamarind
-
-namespace tamarind {
-namespace {
 
 TEST(ModelContainer, TheLiveCountFollowsInsertsTombstonesAndDeletes) {
     auto container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
@@ -136,14 +130,6 @@ TEST(ModelContainer, TheLiveCountFollowsInsertsTombstonesAndDeletes) {
     container->removeAllClips();
     EXPECT_EQ(container->liveClipCount(), 0);
 }
-
-}  // namespace
-}  // namespace tamarind
-
-#include "support/TemporaryFolder.h"
-
-namespace tamarind {
-namespace {
 
 std::string describeFacets(ModelContainer& container) {
     std::string out;
@@ -212,20 +198,6 @@ TEST(ModelContainer, ASearchIndexDefinedOtherwiseIsMadeAgainFromTheRows) {
               1);
 }
 
-}  // namespace
-}  // namespace tamarind
-
-namespace tamarind {
-namespace {
-
-PasteboardSnapshot textSnapshot(std::string text, Date at) {
-    PasteboardSnapshot snapshot;
-    snapshot.types = {"UTF8_STRING"};
-    snapshot.string = std::move(text);
-    snapshot.capturedAt = at;
-    return snapshot;
-}
-
 // The file may not grow past its size when the disk is full; SQLite then gives up the whole
 // transaction by itself, which the store must take in its stride.
 TEST(ClipStoreDurability, AFullDiskIsALoggedSaveFailureAndTheStoreGoesOnAfterwards) {
@@ -237,21 +209,21 @@ TEST(ClipStoreDurability, AFullDiskIsALoggedSaveFailureAndTheStoreGoesOnAfterwar
     ModelContainer& main = *container;
     ClipStore store(loop, TamarindStores{std::move(container), nullptr, false}, BlobStore(folder.path() / "blobs"),
                     "TEST");
-    auto kept = store.ingest(textSnapshot("kept before the disk filled", Date::fromReferenceSeconds(1)), {});
+    auto kept = store.ingest(textSnapshot("kept before the disk filled", 1), {});
     ASSERT_EQ(kept.kind, IngestResult::Kind::inserted);
 
     auto pages = main.database().execAndGet("PRAGMA page_count").getInt64();
     main.database().exec("PRAGMA max_page_count = " + std::to_string(pages));
     LogCapture logs;
     std::string large(200'000, 'x');
-    store.ingest(textSnapshot(large, Date::fromReferenceSeconds(2)), {});
+    store.ingest(textSnapshot(large, 2), {});
     auto lines = logs.messages("library");
     ASSERT_FALSE(lines.empty());
     EXPECT_TRUE(std::any_of(lines.begin(), lines.end(),
                             [](const std::string& line) { return line.starts_with("Save failed: "); }));
 
     main.database().exec("PRAGMA max_page_count = 1073741823");
-    auto after = store.ingest(textSnapshot("saved once there was room", Date::fromReferenceSeconds(3)), {});
+    auto after = store.ingest(textSnapshot("saved once there was room", 3), {});
     ASSERT_EQ(after.kind, IngestResult::Kind::inserted);
     EXPECT_FALSE(main.hasChanges());
 
@@ -260,12 +232,6 @@ TEST(ClipStoreDurability, AFullDiskIsALoggedSaveFailureAndTheStoreGoesOnAfterwar
     for (const Clip& clip : reopened->fetch(ClipFetch{})) texts.insert(clip.text.value_or(""));
     EXPECT_EQ(texts, (std::set<std::string>{"kept before the disk filled", "saved once there was room"}));
 }
-
-}  // namespace
-}  // namespace tamarind
-
-namespace tamarind {
-namespace {
 
 // A file cut short (a full disk, a bad copy) and a folder where none can be made both end in the
 // store in memory, with the two log lines, and the file is left exactly as it was.

@@ -277,7 +277,8 @@ TEST_F(ClipStoreIngestTest, ImagesAndFilesAreBuiltAndTheIconIsAskedFor) {
     EXPECT_EQ(promoted->createdAt, Date::fromReferenceSeconds(8));
 }
 
-TEST(OpenStores, FallsBackStepByStepAndNeverTouchesABadFile) {
+// A main store that can't be opened, and a folder that can't be made, are ClipStoreDurabilityTests'.
+TEST(OpenStores, SyncFallsBackToLocalAndNeverTouchesABadVault) {
     TemporaryFolder folder;
     {
         LogCapture log;
@@ -310,24 +311,7 @@ TEST(OpenStores, FallsBackStepByStepAndNeverTouchesABadFile) {
         EXPECT_TRUE(lines[0].starts_with("Could not open the store with CloudKit: ")) << lines[0];
         EXPECT_EQ(lines[1], "Fell back to a local-only store; sync is off for this launch.");
     }
-    ASSERT_FALSE(writeFileAtomically(folder.path() / kMainStoreFilename, garbage + std::string(5000, 'y')));
-    std::filesystem::remove(folder.path() / (std::string(kMainStoreFilename) + "-wal"));
-    std::filesystem::remove(folder.path() / (std::string(kMainStoreFilename) + "-shm"));
-    {
-        LogCapture log;
-        auto stores = openStores(folder.path(), false, false, true);
-        EXPECT_TRUE(stores.main->isInMemory());
-        auto lines = log.messages("library");
-        ASSERT_EQ(lines.size(), 2u);
-        EXPECT_TRUE(lines[0].starts_with("Could not open the store: ")) << lines[0];
-        EXPECT_TRUE(lines[1].starts_with("Falling back to an in-memory store: ")) << lines[1];
-    }
-    EXPECT_EQ(readWholeFile(folder.path() / kMainStoreFilename).bytes->substr(0, garbage.size()), garbage);
     EXPECT_EQ(readWholeFile(folder.path() / kVaultStoreFilename).bytes->substr(0, garbage.size()), garbage);
-
-    // A folder that can't be made ends in memory too.
-    ASSERT_FALSE(writeFileAtomically(folder.path() / "plain-file", "x"));
-    EXPECT_TRUE(openStores(folder.path() / "plain-file", false, false, true).main->isInMemory());
 }
 
 TEST_F(ClipStoreIngestTest, WritesFromAnotherProcessRaiseTheRevision) {

@@ -226,15 +226,6 @@ TEST_F(ClipStoreMaintenanceTest, RetentionWithAVaultTombstonesMainClipsRemovesVa
     EXPECT_THAT(log.messages("library"), ElementsAre("Purged 2 tombstones."));
 }
 
-TEST_F(ClipStoreMaintenanceTest, CopyingAgainMakesAnOldClipYoung) {
-    open(false);
-    ingested("old", now().addingSeconds(-40 * kDay));
-    ingested("other", now().addingSeconds(-35 * kDay));
-    EXPECT_EQ(store->ingest(copied("old", now()), {}).kind, IngestResult::Kind::deduplicated);
-    store->applyRetention(1000, 30, now());
-    EXPECT_EQ(dump(), "main: old");
-}
-
 // --- deletes -------------------------------------------------------------------------------------------
 
 TEST_F(ClipStoreMaintenanceTest, DeletingRemovesRecordBlobAndHashSoTheSameCopyIsNewAgain) {

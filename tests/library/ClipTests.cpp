@@ -7,12 +7,8 @@
 namespace tamarind {
 namespace {
 
-TEST(ClipKind, RawStringsLabelsOrderAndTheUnknownFallBack) {
-    std::string all;
-    for (ClipKind kind : kAllClipKinds) all += std::string(rawValue(kind)) + "=" + std::string(label(kind)) + " ";
-    EXPECT_EQ(all,
-              "text=Text richText=Rich Text link=Link image=Image screenshot=Screenshot file=File code=Code "
-              "color=Color multiClip=Multiple ");
+// The raw strings and labels themselves are read through the classifier's and the titles' tests.
+TEST(ClipKind, AnUnknownRawStringFallsBackToText) {
     Clip clip;
     clip.kind = "hologram";  // written by a later version
     EXPECT_EQ(clip.clipKind(), ClipKind::text);
@@ -63,8 +59,6 @@ TEST(Clip, SearchTextAndUse) {
 
 TEST(Collection, ViewModesAndBoardColumns) {
     Collection collection = Collection::make(Date::fromReferenceSeconds(1));
-    EXPECT_EQ(collection.iconName, "folder");
-    EXPECT_EQ(collection.colorHex, "#3B5BFD");
     collection.viewMode = "gallery";
     EXPECT_EQ(collection.viewModeValue(), CollectionViewMode::list);
     collection.viewMode = "board";

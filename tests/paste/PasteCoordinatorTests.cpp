@@ -108,12 +108,9 @@ TEST_F(PasteCoordinatorTest, SlotsPasteTheTenNewestAndSayWhichOrThatTheSlotIsEmp
     press(slotDefaultShortcut(1));
     EXPECT_EQ(pasteboard.currentText(), "two");
     EXPECT_EQ(lastHUD(), "doc.on.clipboard | Pasted slot 2 | two");
-    EXPECT_EQ(hud.lastDuration, kPasteHUDDuration);
     EXPECT_EQ(keys.pastesSent, 1);
     EXPECT_EQ(store->clip(store->fetchPage(0, ClipQuery{}, ClipSortOrder::newest, 10)[1].id)->useCount, 1);
 
-    // Slot 10 is on the 0 key.
-    EXPECT_EQ(slotDefaultShortcut(9).description(), "Super+Ctrl+0");
     press(slotDefaultShortcut(9));
     EXPECT_EQ(lastHUD(), "tray | No clip in slot 10 | - | error");
 

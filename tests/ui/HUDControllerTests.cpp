@@ -191,12 +191,6 @@ TEST_F(HUDControllerTest, EachSymbolHasItsOwnIconAndAnErrorIsColouredDifferently
     EXPECT_NE(hud.panel()->grab().toImage(), plain);
 }
 
-}  // namespace
-}  // namespace tamarind
-
-namespace tamarind {
-namespace {
-
 // The theme is global to the process: set for one test and put back after it.
 class HUDControllerThemeTest : public HUDControllerTest {
 protected:

@@ -4,7 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include "library/ClipClassifier.h"
-#include "library/ImageCodec.h"
+#include "foundation/ImageCodec.h"
 #include "support/Images.h"
 
 namespace tamarind {

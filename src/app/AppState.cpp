@@ -24,13 +24,12 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
     if (platform.permissions && platform.alerts)
         accessibilityPrompt_ =
             std::make_unique<AccessibilityPrompt>(*platform.alerts, *platform.permissions, platform.isWaylandSession);
-    store_ = std::make_unique<ClipStore>(loop, stores ? std::move(*stores) : openLibrary(paths),
-                                         BlobStore(paths.blobs()), machineID(defaults));
     preferences_ = std::make_unique<CapturePreferences>(defaults, loop);
     rules_ = std::make_unique<SmartRuleStore>(defaults, loop);
-    store_->setActiveRulesProvider([rules = rules_.get(), alive = std::weak_ptr<bool>(isAlive_)] {
-        return alive.expired() ? std::vector<SmartRule>{} : rules->activeRules();
-    });
+    rulesInForce_ = std::make_unique<RulesInForce>([rules = rules_.get()] { return rules->activeRules(); });
+    store_ = std::make_unique<ClipStore>(loop, stores ? std::move(*stores) : openLibrary(paths),
+                                         BlobStore(paths.blobs()), machineID(defaults),
+                                         IngestPolicy{rulesInForce_.get(), &secretDetector_});
     collectMode_ = std::make_unique<CollectModeService>(loop, *store_, BlobStore(paths.blobs()), *preferences_);
     store_->setCaptureLimits(captureLimits(*preferences_));
     monitor_ = std::make_unique<ClipboardMonitor>(loop, platform.pasteboard, platform.workspace);

@@ -22,6 +22,7 @@
 #include "paste/PasteCoordinator.h"
 #include "paste/PasteService.h"
 #include "paste/hotkeys/GlobalShortcuts.h"
+#include "rules/RuleEvaluation.h"
 #include "rules/SmartRuleStore.h"
 
 namespace tamarind {
@@ -86,9 +87,11 @@ private:
     MainLoop& loop_;
     std::unique_ptr<PermissionManager> permissions_;
     std::unique_ptr<AccessibilityPrompt> accessibilityPrompt_;
-    std::unique_ptr<ClipStore> store_;
     std::unique_ptr<CapturePreferences> preferences_;
     std::unique_ptr<SmartRuleStore> rules_;
+    std::unique_ptr<RulesInForce> rulesInForce_;
+    SensitiveContentDetector secretDetector_;
+    std::unique_ptr<ClipStore> store_;
     std::unique_ptr<CollectModeService> collectMode_;
     std::unique_ptr<ClipboardMonitor> monitor_;
     std::unique_ptr<ClipCaptureService> capture_;

@@ -97,7 +97,7 @@ CaptureLimits captureLimits(const CapturePreferences& preferences) {
         .minimumCharacters = std::max(0LL, preferences.minimumCharacters().value()),
         .maximumBytes = megabytes > 0 ? static_cast<long long>(megabytes * 1'048'576) : 0,
         .detectsSensitiveContent = preferences.isSensitiveDetectionEnabled().value(),
-        .sensitiveHandling = preferences.sensitiveHandling().value(),
+        .skipsSensitiveContent = preferences.sensitiveHandling().value() == SensitiveHandling::skip,
     };
 }
 

@@ -14,7 +14,7 @@
 #include "foundation/Defaults.h"
 #include "foundation/Preferences.h"
 #include "library/ClipStore.h"
-#include "paste/ColorFormat.h"
+#include "library/ColorFormat.h"
 #include "platform/KeyEvents.h"
 
 namespace tamarind {

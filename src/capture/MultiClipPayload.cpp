@@ -3,7 +3,7 @@
 #include "foundation/Json.h"
 #include "foundation/Text.h"
 #include "library/ClipKind.h"
-#include "library/PasteboardSnapshot.h"
+#include "platform/PasteboardSnapshot.h"
 
 namespace tamarind {
 

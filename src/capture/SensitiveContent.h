@@ -13,6 +13,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "library/IngestPolicy.h"
+
 namespace tamarind {
 
 // --- What to do with a flagged clip ---------------------------------------------------------------
@@ -75,5 +77,11 @@ bool passesLuhn(std::string_view digits);
 // lowercasing it leaves it unchanged and uppercasing it changes it ("e" + U+0301 is lowercase);
 // uppercase is the same with the cases swapped. Digits and symbols are neither.
 bool looksLikePassword(std::string_view text);
+
+// detectSensitive() as the store's ingest asks it: anything but noSignal looks secret.
+class SensitiveContentDetector final : public SecretDetector {
+public:
+    bool looksSecret(std::string_view text) const override { return detectSensitive(text) != SensitiveVerdict::noSignal; }
+};
 
 }  // namespace tamarind

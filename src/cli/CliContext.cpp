@@ -58,9 +58,11 @@ ClipStore& CliContext::store() {
     if (stores.main->isInMemory())
         refuse("cannot open the library at " + (paths_.applicationSupport / kMainStoreFilename).string() +
                " (see the line above); the file was left as it is. `tamarind doctor` tells more.");
-    store_ = std::make_unique<ClipStore>(loop_, std::move(stores), BlobStore(paths_.blobs()), machineID(defaults()));
+    rulesInForce_ = std::make_unique<RulesInForce>(
+        [this] { return rules_ ? rules_->activeRules() : storedActiveRules(defaults()); });
+    store_ = std::make_unique<ClipStore>(loop_, std::move(stores), BlobStore(paths_.blobs()), machineID(defaults()),
+                                         IngestPolicy{rulesInForce_.get(), &secretDetector_});
     store_->setCaptureLimits(captureLimits(preferences()));
-    store_->setActiveRulesProvider([this] { return rules_ ? rules_->activeRules() : storedActiveRules(defaults()); });
     return *store_;
 }
 

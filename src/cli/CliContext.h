@@ -18,6 +18,7 @@
 #include "foundation/Paths.h"
 #include "foundation/PollMainLoop.h"
 #include "library/ClipStore.h"
+#include "rules/RuleEvaluation.h"
 #include "rules/SmartRuleStore.h"
 
 namespace tamarind::cli {
@@ -89,6 +90,8 @@ private:
     std::unique_ptr<CapturePreferences> preferences_;
     std::unique_ptr<AppearancePreferences> appearance_;
     std::unique_ptr<SmartRuleStore> rules_;
+    std::unique_ptr<RulesInForce> rulesInForce_;
+    SensitiveContentDetector secretDetector_;
     std::unique_ptr<ClipStore> store_;
     bool wantsDesktopApp_ = false;
 };

@@ -16,7 +16,7 @@
 #include "foundation/Text.h"
 #include "library/ClipClassifier.h"
 #include "library/FileBookmark.h"
-#include "library/ImageCodec.h"
+#include "foundation/ImageCodec.h"
 
 namespace tamarind::cli {
 

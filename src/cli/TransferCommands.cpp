@@ -11,7 +11,7 @@
 #include "cli/ClipFormat.h"
 #include "cli/Commands.h"
 #include "paste/ClipActions.h"
-#include "library/ImageCodec.h"
+#include "foundation/ImageCodec.h"
 
 namespace tamarind::cli {
 

@@ -9,7 +9,7 @@
 #include "foundation/Log.h"
 #include "library/BlobStore.h"
 #include "library/Clip.h"
-#include "library/PasteboardSnapshot.h"
+#include "platform/PasteboardSnapshot.h"
 
 namespace tamarind {
 

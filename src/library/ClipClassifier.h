@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "library/ClipKind.h"
-#include "library/PasteboardSnapshot.h"
+#include "platform/PasteboardSnapshot.h"
 
 namespace tamarind {
 

@@ -4,7 +4,6 @@
 
 #include "foundation/Text.h"
 #include "library/ClipClassifier.h"
-#include "rules/RuleEvaluation.h"
 
 namespace tamarind {
 
@@ -93,14 +92,15 @@ bool ClipQuery::isEmpty() const {
     return text.empty() && !kind && !appBundleID && !collectionID && !onlyFavorites && !onlyPinned;
 }
 
-ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore, std::string originDeviceID)
+ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore, std::string originDeviceID,
+                     IngestPolicy policy)
     : loop_(loop),
       main_(std::move(stores.main)),
       vault_(std::move(stores.vault)),
       isSyncing_(stores.isSyncing),
       blobStore_(blobStore),
       builder_(std::move(blobStore), std::move(originDeviceID)),
-      activeRulesProvider_([] { return std::vector<SmartRule>{}; }),
+      policy_(policy),
       revision_(loop, 0),
       totalCount_(loop, 0) {
     attributePlaceholderOrigins(builder_.originDeviceID());
@@ -127,10 +127,6 @@ void ClipStore::attributePlaceholderOrigins(const std::string& machineID) {
     }
     if (changed == 0) return;
     log_.log("Attributed %{public}ld existing clips to this Mac.", changed);
-}
-
-void ClipStore::setActiveRulesProvider(std::function<std::vector<SmartRule>()> provider) {
-    activeRulesProvider_ = std::move(provider);
 }
 
 void ClipStore::setOnIconRequest(std::function<void(const std::optional<std::string>&)> onIconRequest) {
@@ -228,7 +224,7 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
         }
     }
 
-    RuleOutcome outcome = evaluate(activeRulesProvider_(), RuleSubject::from(snapshot, kind));
+    RuleDecision outcome = policy_.rules ? policy_.rules->decide(snapshot, kind) : RuleDecision{};
     if (outcome.skipCapture) {
         log_.info("Skipped capture: a rule said not to store it.");
         return IngestResult::rejected(CaptureRejection::excludedApp(snapshot.sourceAppBundleID.value_or("rule")));
@@ -236,15 +232,15 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
 
     bool isSensitive = outcome.markSensitive;
     if (!isSensitive && captureLimits_.detectsSensitiveContent && snapshot.string)
-        isSensitive = detectSensitive(*snapshot.string) != SensitiveVerdict::noSignal;
-    if (isSensitive && captureLimits_.sensitiveHandling == SensitiveHandling::skip) {
+        isSensitive = policy_.secrets && policy_.secrets->looksSecret(*snapshot.string);
+    if (isSensitive && captureLimits_.skipsSensitiveContent) {
         log_.info("Skipped capture: sensitive content, and the setting says not to store it.");
         return IngestResult::rejected(CaptureRejection::empty());
     }
 
     Clip clip = builder_.build(snapshot, kind, isSensitive);
     if (outcome.markFavorite) clip.isFavorite = true;
-    lastInsertMatchedRule_ = !outcome.matchedRuleIDs.empty();
+    lastInsertMatchedRule_ = outcome.matchedAnyRule;
     Uuid id = clip.id;
     std::string rawKind = clip.kind;
     insert(std::move(clip), outcome.collectionIDs);

@@ -18,15 +18,14 @@
 #include <string_view>
 #include <vector>
 
-#include "capture/SensitiveContent.h"
 #include "foundation/Log.h"
 #include "foundation/MainLoop.h"
 #include "foundation/Observable.h"
 #include "library/BlobStore.h"
 #include "library/ClipBuilder.h"
+#include "library/IngestPolicy.h"
 #include "library/ModelContainer.h"
 #include "library/RecentHashWindow.h"
-#include "rules/SmartRule.h"
 
 namespace tamarind {
 
@@ -44,7 +43,7 @@ struct CaptureLimits {
     long long minimumCharacters = 0;  // 0: no minimum
     long long maximumBytes = 0;       // 0: no maximum
     bool detectsSensitiveContent = true;
-    SensitiveHandling sensitiveHandling = SensitiveHandling::storeBlurred;
+    bool skipsSensitiveContent = false;  // else a sensitive clip is stored, marked
 };
 
 struct CaptureRejection {
@@ -143,7 +142,9 @@ inline constexpr double kBoardIndexGap = 1024;
 
 class ClipStore {
 public:
-    ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore, std::string originDeviceID);
+    // `policy` holds the rules and the secret detector the ingest consults; they must outlive the store.
+    ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore, std::string originDeviceID,
+              IngestPolicy policy = {});
     ClipStore(const ClipStore&) = delete;
     ClipStore& operator=(const ClipStore&) = delete;
 
@@ -155,8 +156,7 @@ public:
     bool lastInsertMatchedRule() const { return lastInsertMatchedRule_; }
     const BlobStore& blobStore() const { return blobStore_; }
 
-    // Set by the composition root. The rules in force, read anew at each capture.
-    void setActiveRulesProvider(std::function<std::vector<SmartRule>()> provider);
+    // Set by the composition root.
     void setCaptureLimits(CaptureLimits limits) { captureLimits_ = limits; }
     const CaptureLimits& captureLimits() const { return captureLimits_; }
     // Asked for the source application's icon after each insert.
@@ -244,7 +244,7 @@ private:
     BlobStore blobStore_;
     ClipBuilder builder_;
     RecentHashWindow recentHashes_{kRecentHashCapacity};
-    std::function<std::vector<SmartRule>()> activeRulesProvider_;
+    IngestPolicy policy_;
     std::function<void(const std::optional<std::string>&)> onIconRequest_;
     CaptureLimits captureLimits_;
     bool lastInsertMatchedRule_ = false;

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "foundation/Data.h"
-#include "library/PasteboardSnapshot.h"
+#include "platform/PasteboardSnapshot.h"
 
 namespace tamarind {
 

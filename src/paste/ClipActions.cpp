@@ -5,7 +5,7 @@
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 #include "library/FileBookmark.h"
-#include "library/ImageCodec.h"
+#include "foundation/ImageCodec.h"
 
 namespace tamarind {
 

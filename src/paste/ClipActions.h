@@ -9,7 +9,7 @@
 
 #include "library/BlobStore.h"
 #include "library/Clip.h"
-#include "paste/ColorFormat.h"
+#include "library/ColorFormat.h"
 #include "foundation/Log.h"
 #include "platform/Pasteboard.h"
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "library/PasteboardSnapshot.h"
+#include "platform/PasteboardSnapshot.h"
 
 namespace tamarind {
 

@@ -10,7 +10,7 @@
 #include "foundation/Text.h"
 #include "foundation/Url.h"
 #include "library/Clip.h"
-#include "library/PasteboardSnapshot.h"
+#include "platform/PasteboardSnapshot.h"
 
 namespace tamarind {
 
@@ -155,6 +155,15 @@ RuleOutcome evaluate(const std::vector<SmartRule>& rules, const RuleSubject& sub
         if (rule->stopsOnMatch) break;
     }
     return outcome;
+}
+
+RuleDecision RulesInForce::decide(const PasteboardSnapshot& snapshot, ClipKind kind) const {
+    RuleOutcome outcome = evaluate(activeRules_(), RuleSubject::from(snapshot, kind));
+    return RuleDecision{.collectionIDs = std::move(outcome.collectionIDs),
+                        .markFavorite = outcome.markFavorite,
+                        .markSensitive = outcome.markSensitive,
+                        .skipCapture = outcome.skipCapture,
+                        .matchedAnyRule = !outcome.matchedRuleIDs.empty()};
 }
 
 }  // namespace tamarind

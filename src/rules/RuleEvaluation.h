@@ -6,12 +6,14 @@
 // Pure; any thread. Evaluation cannot fail and logs nothing: a condition that cannot be tested
 // (a refused pattern, a number that doesn't parse) is simply false.
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "foundation/Uuid.h"
 #include "library/ClipKind.h"
+#include "library/IngestPolicy.h"
 #include "rules/SmartRule.h"
 
 namespace tamarind {
@@ -50,5 +52,16 @@ struct RuleOutcome {
 // A matching rule's actions apply in order; skipCapture ends the run at once, and a matching rule
 // that stops on match ends it after its actions.
 RuleOutcome evaluate(const std::vector<SmartRule>& rules, const RuleSubject& subject);
+
+// The rules in force as the store's ingest sees them: evaluate() over what `activeRules` returns
+// at each capture, so that a rule changed a moment ago applies to the next copy.
+class RulesInForce final : public CaptureRules {
+public:
+    explicit RulesInForce(std::function<std::vector<SmartRule>()> activeRules) : activeRules_(std::move(activeRules)) {}
+    RuleDecision decide(const PasteboardSnapshot& snapshot, ClipKind kind) const override;
+
+private:
+    std::function<std::vector<SmartRule>()> activeRules_;
+};
 
 }  // namespace tamarind

@@ -57,7 +57,7 @@ protected:
     std::string limits() {
         const CaptureLimits& l = state->store().captureLimits();
         return "min " + std::to_string(l.minimumCharacters) + ", max " + std::to_string(l.maximumBytes) +
-               (l.detectsSensitiveContent ? ", detects, " : ", ignores, ") + std::string(rawValue(l.sensitiveHandling));
+               (l.detectsSensitiveContent ? ", detects, " : ", ignores, ") + (l.skipsSensitiveContent ? "skip" : "store");
     }
 };
 
@@ -141,27 +141,27 @@ TEST_F(AppStateTest, AnyOneLimitSettingRebuildsAllOfTheLimits) {
     defaults.set(captureKeys::minimumCharacters, -4);
     defaults.set(captureKeys::maximumMegabytes, 0.5);
     make();
-    EXPECT_EQ(limits(), "min 0, max 524288, detects, storeBlurred");
+    EXPECT_EQ(limits(), "min 0, max 524288, detects, store");
     // Limits put on the store behind the settings' back show whether a change rebuilds all four.
-    auto scramble = [&] {
+    auto scramble = [&](bool skips = true) {
         state->store().setCaptureLimits({.minimumCharacters = 99,
                                          .maximumBytes = 1,
                                          .detectsSensitiveContent = true,
-                                         .sensitiveHandling = SensitiveHandling::storeNormally});
+                                         .skipsSensitiveContent = skips});
     };
     scramble();
     state->preferences().setMinimumCharacters(3);
     loop.runUntilIdle();
-    EXPECT_EQ(limits(), "min 3, max 524288, detects, storeBlurred");
+    EXPECT_EQ(limits(), "min 3, max 524288, detects, store");
     scramble();
     state->preferences().setMaximumMegabytes(0);
     loop.runUntilIdle();
-    EXPECT_EQ(limits(), "min 3, max 0, detects, storeBlurred");
+    EXPECT_EQ(limits(), "min 3, max 0, detects, store");
     scramble();
     state->preferences().setSensitiveDetectionEnabled(false);
     loop.runUntilIdle();
-    EXPECT_EQ(limits(), "min 3, max 0, ignores, storeBlurred");
-    scramble();
+    EXPECT_EQ(limits(), "min 3, max 0, ignores, store");
+    scramble(false);
     state->preferences().setSensitiveHandling(SensitiveHandling::skip);
     loop.runUntilIdle();
     EXPECT_EQ(limits(), "min 3, max 0, ignores, skip");

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "capture/ClipCaptureService.h"
+#include "capture/SensitiveContent.h"
+#include "rules/RuleEvaluation.h"
 #include "support/FakePlatform.h"
 #include "support/ManualMainLoop.h"
 #include "support/TemporaryFolder.h"
@@ -22,6 +24,9 @@ protected:
     InMemoryDefaults defaults;
     FakePasteboard pasteboard{loop};
     FakeWorkspace workspace;
+    std::vector<SmartRule> rules;
+    RulesInForce rulesInForce{[this] { return rules; }};
+    SensitiveContentDetector secrets;
     std::unique_ptr<ClipStore> store;
     std::unique_ptr<CapturePreferences> preferences;
     std::unique_ptr<ClipboardMonitor> monitor;
@@ -29,7 +34,8 @@ protected:
 
     void make() {
         store = std::make_unique<ClipStore>(loop, TamarindStores{inMemoryStore(), nullptr, false},
-                                            BlobStore(folder.path() / "blobs"), "TEST");
+                                            BlobStore(folder.path() / "blobs"), "TEST",
+                                            IngestPolicy{&rulesInForce, &secrets});
         preferences = std::make_unique<CapturePreferences>(defaults, loop);
         monitor = std::make_unique<ClipboardMonitor>(loop, pasteboard, workspace);
         capture = std::make_unique<ClipCaptureService>(loop, *store, *preferences, *monitor);
@@ -86,7 +92,7 @@ TEST_F(ClipCaptureServiceTest, InsertsAreAnnouncedWithTheRuleFlagAndRepeatsMoveN
     favorite.isEnabled = true;
     favorite.conditions = {RuleCondition{Uuid::random(), RuleCondition::Field::textContains, "invoice"}};
     favorite.actions = {RuleAction::markFavorite()};
-    store->setActiveRulesProvider([&] { return std::vector<SmartRule>{favorite}; });
+    rules = {favorite};
     std::vector<std::string> announced;
     capture->setOnClipInserted(
         [&](const Clip& clip, bool matchedRule) { announced.push_back(*clip.text + (matchedRule ? " (rule)" : "")); });

@@ -12,7 +12,7 @@
 
 #include "foundation/Json.h"
 #include "library/ClipStore.h"
-#include "library/ImageCodec.h"
+#include "foundation/ImageCodec.h"
 #include "support/Images.h"
 #include "support/ProcessRunner.h"
 #include "support/TemporaryFolder.h"

@@ -6,7 +6,7 @@
 #include "library/ClipBuilder.h"
 #include "library/ClipClassifier.h"
 #include "library/FileBookmark.h"
-#include "library/ImageCodec.h"
+#include "foundation/ImageCodec.h"
 #include "support/Images.h"
 #include "support/TemporaryFolder.h"
 

@@ -3,6 +3,7 @@
 
 #include "foundation/Files.h"
 #include "library/ClipStore.h"
+#include "support/FakeIngestPolicy.h"
 #include "support/Images.h"
 #include "support/ManualMainLoop.h"
 #include "support/TemporaryFolder.h"
@@ -26,12 +27,15 @@ class ClipStoreIngestTest : public ::testing::Test {
 protected:
     TemporaryFolder folder;
     ManualMainLoop loop;
+    FakeCaptureRules rules;
+    FakeSecretDetector secrets;
     std::unique_ptr<ClipStore> store;
 
     void open(bool sync = false) {
         store.reset();
         store = std::make_unique<ClipStore>(loop, openStores(folder.path(), sync, false, true),
-                                            BlobStore(folder.path() / "blobs"), "MACHINE");
+                                            BlobStore(folder.path() / "blobs"), "MACHINE",
+                                            IngestPolicy{&rules, &secrets});
     }
     void SetUp() override { open(); }
 
@@ -178,18 +182,9 @@ TEST_F(ClipStoreIngestTest, RulesRunAfterTheDuplicateTestAndFileTheClip) {
     inspector->insert(work);
     ASSERT_FALSE(inspector->save());
 
-    SmartRule file = SmartRule::makeNew();
-    file.isEnabled = true;
-    file.conditions = {RuleCondition{Uuid::random(), RuleCondition::Field::textContains, "invoice"}};
-    file.actions = {RuleAction::addToCollection(work.id, "Work"), RuleAction::addToCollection(Uuid::random(), "Gone"),
-                    RuleAction::markFavorite()};
-    SmartRule skip = SmartRule::makeNew();
-    skip.isEnabled = true;
-    skip.sortIndex = 1;
-    skip.conditions = {RuleCondition{Uuid::random(), RuleCondition::Field::textContains, "secret"}};
-    skip.actions = {RuleAction::skipCapture()};
-    std::vector<SmartRule> rules = {file, skip};
-    store->setActiveRulesProvider([&] { return rules; });
+    RuleDecision file{.collectionIDs = {work.id, Uuid::random()}, .markFavorite = true, .matchedAnyRule = true};
+    RuleDecision skip{.skipCapture = true, .matchedAnyRule = true};
+    rules.byText = {{"invoice", file}, {"secret", skip}};
 
     auto filed = ingest(text("invoice 42", 10));
     EXPECT_TRUE(store->lastInsertMatchedRule());
@@ -200,8 +195,7 @@ TEST_F(ClipStoreIngestTest, RulesRunAfterTheDuplicateTestAndFileTheClip) {
     EXPECT_FALSE(store->lastInsertMatchedRule());
 
     // A repeat only promotes: a rule added since cannot refuse it.
-    skip.conditions = {RuleCondition{Uuid::random(), RuleCondition::Field::textContains, "invoice"}};
-    rules = {skip};
+    rules.byText = {{"invoice", skip}};
     EXPECT_EQ(ingest(text("invoice 42", 40)).description(), "deduplicated");
     EXPECT_FALSE(store->lastInsertMatchedRule()) << "a promotion leaves the flag";
 
@@ -209,7 +203,7 @@ TEST_F(ClipStoreIngestTest, RulesRunAfterTheDuplicateTestAndFileTheClip) {
     EXPECT_THAT(inspector->collection(work.id)->clipIDs, ElementsAre(filed.clipID));
     EXPECT_EQ(inspector->clip(filed.clipID)->boardColumn, "Inbox");
 
-    rules = {file};
+    rules.byText = {{"invoice", file}};
     auto second = ingest(text("invoice 43", 50));
     Clip secondClip = *inspector->clip(second.clipID);
     EXPECT_EQ(secondClip.boardColumn, "Inbox");
@@ -218,6 +212,7 @@ TEST_F(ClipStoreIngestTest, RulesRunAfterTheDuplicateTestAndFileTheClip) {
 
 TEST_F(ClipStoreIngestTest, SecretsFollowTheSensitivePolicyAndLiveInTheVaultWhileSyncing) {
     const std::string card = "4111 1111 1111 1111";
+    secrets.secrets = {card, "sk-abcdefghijklmnopq", "ghp_abcdefghijklmnopqrstu"};
     ingest(text(card, 1));
     EXPECT_EQ(dump(), card + "@1/0[sensitive] ");
 
@@ -226,12 +221,8 @@ TEST_F(ClipStoreIngestTest, SecretsFollowTheSensitivePolicyAndLiveInTheVaultWhil
     EXPECT_EQ(clipsIn(kMainStoreFilename).back().isSensitive, false) << "detection off";
 
     LogCapture log;
-    store->setCaptureLimits({.detectsSensitiveContent = false, .sensitiveHandling = SensitiveHandling::skip});
-    SmartRule mark = SmartRule::makeNew();
-    mark.isEnabled = true;
-    mark.conditions = {RuleCondition{Uuid::random(), RuleCondition::Field::textContains, "pin"}};
-    mark.actions = {RuleAction::markSensitive()};
-    store->setActiveRulesProvider([&] { return std::vector<SmartRule>{mark}; });
+    store->setCaptureLimits({.detectsSensitiveContent = false, .skipsSensitiveContent = true});
+    rules.byText = {{"pin", RuleDecision{.markSensitive = true, .matchedAnyRule = true}}};
     EXPECT_EQ(ingest(text("my pin is 1234", 3)).description(), "rejected(empty)")
         << "a rule's mark counts with detection off, and skip applies";
     EXPECT_THAT(log.messages("library"),

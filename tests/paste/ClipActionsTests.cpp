@@ -5,7 +5,7 @@
 #include "paste/ClipActions.h"
 #include "support/FakePlatform.h"
 #include "support/Images.h"
-#include "library/ImageCodec.h"
+#include "foundation/ImageCodec.h"
 #include "support/ManualMainLoop.h"
 #include "support/TemporaryFolder.h"
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "library/Clip.h"
-#include "library/PasteboardSnapshot.h"
+#include "platform/PasteboardSnapshot.h"
 #include "rules/RuleEvaluation.h"
 
 namespace tamarind {

@@ -5,7 +5,7 @@
 
 #include <leptonica/allheaders.h>
 
-#include "library/ImageCodec.h"
+#include "foundation/ImageCodec.h"
 
 namespace tamarind {
 

@@ -12,7 +12,7 @@
 
 #include "app/AppState.h"
 #include "foundation/PollMainLoop.h"
-#include "library/ImageCodec.h"
+#include "foundation/ImageCodec.h"
 #include "platform/x11/X11Clipboard.h"
 #include "platform/x11/X11KeySender.h"
 #include "platform/x11/X11Workspace.h"

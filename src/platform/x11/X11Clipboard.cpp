@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "foundation/Text.h"
-#include "library/ImageCodec.h"
+#include "foundation/ImageCodec.h"
 
 namespace tamarind {
 

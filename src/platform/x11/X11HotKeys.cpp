@@ -1,4 +1,5 @@
 #include "platform/x11/X11HotKeys.h"
+#include "platform/x11/X11Keysyms.h"
 
 #include <X11/keysym.h>
 

@@ -1,4 +1,4 @@
-#include "paste/ColorFormat.h"
+#include "library/ColorFormat.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,4 +1,4 @@
-#include "library/PasteboardSnapshot.h"
+#include "platform/PasteboardSnapshot.h"
 
 #include "foundation/Text.h"
 #include "foundation/Url.h"

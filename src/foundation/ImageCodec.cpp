@@ -1,4 +1,4 @@
-#include "library/ImageCodec.h"
+#include "foundation/ImageCodec.h"
 
 #include <leptonica/allheaders.h>
 

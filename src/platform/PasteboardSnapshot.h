@@ -2,8 +2,8 @@
 // One read of the clipboard: everything later steps need, so that nothing
 // after the read touches the clipboard again. A plain value, never stored.
 //
-// It lives beside the records because the library's builder and ingest take
-// it as their input; the clipboard monitor fills it.
+// It is the clipboard interface's vocabulary: the monitor fills it, and the
+// library's ingest takes it as its input.
 
 #include <optional>
 #include <string>
@@ -11,6 +11,7 @@
 
 #include "foundation/Data.h"
 #include "foundation/Date.h"
+#include "foundation/ImageCodec.h"
 
 namespace tamarind {
 
@@ -24,12 +25,6 @@ struct FileURL {
     static std::optional<FileURL> fromUri(std::string_view uri);
 
     friend bool operator==(const FileURL&, const FileURL&) = default;
-};
-
-struct PixelSize {
-    double width = 0;
-    double height = 0;
-    friend bool operator==(const PixelSize&, const PixelSize&) = default;
 };
 
 struct PasteboardSnapshot {

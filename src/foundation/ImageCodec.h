@@ -6,9 +6,14 @@
 #include <optional>
 
 #include "foundation/Data.h"
-#include "library/PasteboardSnapshot.h"
 
 namespace tamarind {
+
+struct PixelSize {
+    double width = 0;
+    double height = 0;
+    friend bool operator==(const PixelSize&, const PixelSize&) = default;
+};
 
 // Larger images are not decoded at all: 100 million pixels would already take
 // 400 MB as RGBA.

@@ -31,7 +31,7 @@ std::filesystem::path library(long long count) {
     std::filesystem::path file = benchFolder() / ("v" + std::to_string(kGeneratorVersion) + "-" + std::to_string(count));
     if (std::filesystem::exists(file / kMainStoreFilename)) return file;
     std::filesystem::remove_all(file);
-    auto stores = openStores(file, false, false, false);
+    auto stores = openStores(file);
     for (long long j = 0; j < count; ++j) {
         Clip clip = Clip::make(Date::fromReferenceSeconds(static_cast<double>(j)));
         clip.text = itemText(j);
@@ -41,9 +41,9 @@ std::filesystem::path library(long long count) {
         clip.contentHash = textHash(*clip.text);
         clip.sourceAppBundleID = "org.gnome.TextEditor";
         clip.sourceAppName = "Text Editor";
-        stores.main->insert(clip);
+        if (Status inserted = stores.main->insert(clip); !inserted) throw std::runtime_error(inserted.error());
     }
-    if (auto error = stores.main->save()) throw std::runtime_error(*error);
+    if (Status saved = stores.main->save(); !saved) throw std::runtime_error(saved.error());
     return file;
 }
 
@@ -85,7 +85,7 @@ void BM_IngestNewText(benchmark::State& state) {
     const long long count = state.range(0);
     std::filesystem::path folder = scratchCopy(count);
     ManualMainLoop loop;
-    ClipStore store(loop, openStores(folder, false, false, false), BlobStore(folder / "blobs"), "BENCH");
+    ClipStore store(loop, openStores(folder), BlobStore(folder / "blobs"), "BENCH");
     std::vector<double> samples;
     long long next = count;
     for (auto _ : state) {
@@ -103,7 +103,7 @@ void BM_IngestDuplicate(benchmark::State& state) {
     const long long count = state.range(0);
     std::filesystem::path folder = scratchCopy(count);
     ManualMainLoop loop;
-    ClipStore store(loop, openStores(folder, false, false, false), BlobStore(folder / "blobs"), "BENCH");
+    ClipStore store(loop, openStores(folder), BlobStore(folder / "blobs"), "BENCH");
     std::vector<double> samples;
     double at = static_cast<double>(count);
     for (auto _ : state) {
@@ -124,7 +124,7 @@ void BM_OpenStore(benchmark::State& state) {
     long long residentAfterPages = 0;
     for (auto _ : state) {
         ManualMainLoop loop;
-        ClipStore store(loop, openStores(folder, false, false, false), BlobStore(folder / "blobs"), "BENCH");
+        ClipStore store(loop, openStores(folder), BlobStore(folder / "blobs"), "BENCH");
         benchmark::DoNotOptimize(store.totalCount().value());
         state.PauseTiming();
         for (int page = 0; page < 20; ++page) store.fetchPage(page, ClipQuery{}, ClipSortOrder::newest, 50);
@@ -142,7 +142,7 @@ void BM_RetentionOnePercent(benchmark::State& state) {
         state.PauseTiming();
         std::filesystem::path folder = scratchCopy(count);
         auto loop = std::make_unique<ManualMainLoop>();
-        auto store = std::make_unique<ClipStore>(*loop, openStores(folder, false, false, false),
+        auto store = std::make_unique<ClipStore>(*loop, openStores(folder),
                                                  BlobStore(folder / "blobs"), "BENCH");
         state.ResumeTiming();
         store->applyRetention(count - count / 100, std::nullopt, Date::fromReferenceSeconds(static_cast<double>(count)));

@@ -34,9 +34,10 @@ std::filesystem::path cacheFolder() { return std::filesystem::temp_directory_pat
 
 // A digest of the schema a new store gets, so that a library built by an older schema is not reused.
 std::string schemaKey() {
-    auto opened = ModelContainer::openInMemory();
-    auto& store = std::get<std::unique_ptr<ModelContainer>>(opened);
-    std::string schema = store->database()
+    auto probe = std::filesystem::temp_directory_path() / "tamarind-schema-probe.store";
+    for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(probe.string() + suffix);
+    if (!ModelContainer::open(probe)) throw std::runtime_error("cannot make " + probe.string());
+    std::string schema = SQLite::Database(probe)
                              .execAndGet("SELECT group_concat(sql, ';') FROM sqlite_master WHERE sql IS NOT NULL")
                              .getString();
     char key[17];
@@ -182,26 +183,15 @@ void buildLibrary(long long clips, const std::filesystem::path& file) {
     for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(building.string() + suffix);
     auto started = std::chrono::steady_clock::now();
     {
-        auto opened = ModelContainer::open(building);
-        auto& container = std::get<std::unique_ptr<ModelContainer>>(opened);
-        SQLite::Database& database = container->database();
-        // A cache that holds the whole transaction, so that SQLite doesn't spill pages to the WAL and read
-        // them back while building; nothing is synced until the end.
-        database.exec("PRAGMA cache_size = -4000000");
-        database.exec("PRAGMA synchronous = OFF");
-        database.exec("PRAGMA foreign_keys = OFF");
-        // The trigram index fed row by row flushes at every statement (65 µs a clip); built in one go
-        // at the end it takes 5 µs. The trigger is put back as it was.
-        std::string trigger =
-            database.execAndGet("SELECT sql FROM sqlite_master WHERE type = 'trigger' AND name = 'clip_search_insert'")
-                .getString();
-        database.exec("DROP TRIGGER clip_search_insert");
+        auto container = *ModelContainer::open(building);
         TextGenerator generator(20261122);
-        // One transaction: the first insert opens it, save() commits.
-        for (long long i = 0; i < clips; ++i) container->insert(generator.clip(i));
-        database.exec("INSERT INTO clip_search(clip_search) VALUES ('rebuild')");
-        database.exec(trigger);
-        if (auto error = container->save()) throw std::runtime_error(*error);
+        Status loaded = container->bulkLoad([&] {
+            for (long long i = 0; i < clips; ++i)
+                if (Status inserted = container->insert(generator.clip(i)); !inserted) return inserted;
+            return Status();
+        });
+        if (!loaded) throw std::runtime_error(loaded.error());
+        if (Status saved = container->save(); !saved) throw std::runtime_error(saved.error());
     }  // closing checkpoints the WAL into the file
     std::filesystem::rename(building, file);
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
@@ -221,11 +211,10 @@ Library& library(long long clips) {
     auto file = libraryFile(clips);
     if (!std::filesystem::exists(file)) buildLibrary(clips, file);
     auto opened = ModelContainer::open(file);
-    auto* container = std::get_if<std::unique_ptr<ModelContainer>>(&opened);
-    if (!container) throw std::runtime_error(std::get<std::string>(opened));
+    if (!opened) throw std::runtime_error(opened.error());
     slot = std::make_unique<Library>();
     slot->clips = clips;
-    TamarindStores stores{std::move(*container), nullptr, false};
+    TamarindStores stores{std::move(*opened), nullptr, false};
     slot->store =
         std::make_unique<ClipStore>(slot->loop, std::move(stores), BlobStore(cacheFolder() / "blobs"), "BENCH");
     return *slot;

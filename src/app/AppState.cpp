@@ -8,7 +8,7 @@ namespace {
 
 TamarindStores openLibrary(const Paths& paths) {
     // Sync is not built yet: the store is the local one.
-    return openStores(paths.applicationSupport, false, false, false);
+    return openStores(paths.applicationSupport);
 }
 
 }  // namespace

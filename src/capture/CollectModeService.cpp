@@ -76,7 +76,12 @@ std::optional<Uuid> CollectModeService::finish() {
     std::string text = payload.joinedText(
         separator(preferences_.multiClipJoiner().value(), preferences_.multiClipCustomSeparator().value()));
     auto count = static_cast<long long>(payload.items.size());
-    Uuid id = store_.insertMultiClip(text, payload.encode(), loop_.clock().wallNow());
+    std::optional<Uuid> id = store_.insertMultiClip(text, payload.encode(), loop_.clock().wallNow());
+    if (!id) {
+        // Nothing is lost: the stack stays collected, and finishing again tries again.
+        log_.error("Collect mode could not store its %{public}ld items; they stay collected.", count);
+        return std::nullopt;
+    }
     payload_.set(MultiClipPayload{});
     isActive_.set(false);
     log_.log("Collect mode off; stored %{public}ld items as one clip.", count);

@@ -34,7 +34,8 @@ public:
 
     void begin();
     // Stores the stack as one clip (none when it is empty, or collect mode is off) and ends
-    // collecting, telling the state either way. The new clip's id, if one was stored.
+    // collecting, telling the state either way. The new clip's id, if one was stored; when the
+    // store fails, collecting goes on with the stack as it was.
     std::optional<Uuid> finish();
     void cancel();
     // Begins, or finishes while collecting.

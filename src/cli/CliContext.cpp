@@ -54,7 +54,7 @@ ClipStore& CliContext::store() {
     if (store_) return *store_;
     if (auto error = paths_.createFolders())
         refuse("cannot create the library folder " + paths_.applicationSupport.string() + ": " + error->message);
-    TamarindStores stores = openStores(paths_.applicationSupport, false, false, false);
+    TamarindStores stores = openStores(paths_.applicationSupport);
     if (stores.main->isInMemory())
         refuse("cannot open the library at " + (paths_.applicationSupport / kMainStoreFilename).string() +
                " (see the line above); the file was left as it is. `tamarind doctor` tells more.");

@@ -139,6 +139,7 @@ std::string rejectionReason(const CaptureRejection& rejection) {
     case CaptureRejection::Kind::concealedPasteboardType: return "concealedPasteboardType";
     case CaptureRejection::Kind::excludedApp: return "excludedApp";
     case CaptureRejection::Kind::empty: return "empty";
+    case CaptureRejection::Kind::storeFailure: return "storeFailure";
     }
     return "empty";
 }

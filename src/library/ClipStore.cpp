@@ -12,62 +12,50 @@ namespace {
 Log storeLog() { return Log("library"); }
 
 // The store files and the folders beside them; a folder that can't be made fails the open.
-ModelContainer::OpenResult openFile(const std::filesystem::path& root, const char* filename) {
+Result<std::unique_ptr<ModelContainer>> openFile(const std::filesystem::path& root, const char* filename) {
     for (const auto& folder : {root, root / "blobs", root / "icons", root / "favicons"})
-        if (auto error = createPrivateDirectories(folder)) return error->message;
+        if (auto error = createPrivateDirectories(folder)) return Failure{error->message};
     return ModelContainer::open(root / filename);
-}
-
-std::unique_ptr<ModelContainer>* opened(ModelContainer::OpenResult& result) {
-    return std::get_if<std::unique_ptr<ModelContainer>>(&result);
-}
-
-std::string errorOf(const ModelContainer::OpenResult& result) {
-    const std::string* error = std::get_if<std::string>(&result);
-    return error ? *error : std::string();
 }
 
 }  // namespace
 
-TamarindStores openStores(const std::filesystem::path& applicationSupport, bool syncEnabled, bool inMemory,
-                          bool canSync) {
+TamarindStores openStores(const std::filesystem::path& applicationSupport, StoreOptions options) {
     Log log = storeLog();
-    auto makeMain = [&] { return inMemory ? ModelContainer::openInMemory() : openFile(applicationSupport, kMainStoreFilename); };
-    auto makeVault = [&] {
-        return inMemory ? ModelContainer::openInMemory() : openFile(applicationSupport, kVaultStoreFilename);
+    auto open = [&](const char* filename) {
+        return options.inMemory ? ModelContainer::openInMemory() : openFile(applicationSupport, filename);
     };
     auto lastResort = [&](const std::string& why) {
         log.fault("Could not open the store%s: %{public}s", "", why);
         log.log("Falling back to an in-memory store: %{public}s", why);
-        auto memory = ModelContainer::openInMemory();
-        return TamarindStores{std::move(*opened(memory)), nullptr, false};
+        return TamarindStores{std::move(*ModelContainer::openInMemory()), nullptr, false};
     };
 
-    if (syncEnabled && !canSync)
+    if (options.syncEnabled && !options.canSync)
         log.error("Sync is switched on but this build has no iCloud entitlement; opening the store locally.");
-    if (syncEnabled && canSync) {
-        auto main = makeMain();
-        std::string why = errorOf(main);
-        if (opened(main)) {
-            auto vault = makeVault();
-            if (opened(vault)) {
+    if (options.syncEnabled && options.canSync) {
+        auto main = open(kMainStoreFilename);
+        std::string why = main ? std::string() : main.error();
+        if (main) {
+            auto vault = open(kVaultStoreFilename);
+            if (vault) {
                 log.log("Opened the CloudKit-mirrored store plus the local vault.");
-                return TamarindStores{std::move(*opened(main)), std::move(*opened(vault)), true};
+                return TamarindStores{std::move(*main), std::move(*vault), true};
             }
-            why = errorOf(vault);
+            why = vault.error();
         }
         log.fault("Could not open the store%s: %{public}s", " with CloudKit", why);
         // The mirrored main store that did open is dropped: without its vault it can't keep secrets apart.
-        auto local = makeMain();
-        if (opened(local)) {
+        auto local = open(kMainStoreFilename);
+        if (local) {
             log.error("Fell back to a local-only store; sync is off for this launch.");
-            return TamarindStores{std::move(*opened(local)), nullptr, false};
+            return TamarindStores{std::move(*local), nullptr, false};
         }
-        return lastResort(errorOf(local));
+        return lastResort(local.error());
     }
-    auto main = makeMain();
-    if (opened(main)) return TamarindStores{std::move(*opened(main)), nullptr, false};
-    return lastResort(errorOf(main));
+    auto main = open(kMainStoreFilename);
+    if (main) return TamarindStores{std::move(*main), nullptr, false};
+    return lastResort(main.error());
 }
 
 std::string CaptureRejection::description() const {
@@ -75,6 +63,7 @@ std::string CaptureRejection::description() const {
     case Kind::concealedPasteboardType: return "concealed type " + payload;
     case Kind::excludedApp: return "excluded app " + payload;
     case Kind::empty: return "empty";
+    case Kind::storeFailure: return "store failure: " + payload;
     }
     return "empty";
 }
@@ -86,10 +75,6 @@ std::string IngestResult::description() const {
     case Kind::rejected: return "rejected(" + rejection.description() + ")";
     }
     return "rejected";
-}
-
-bool ClipQuery::isEmpty() const {
-    return text.empty() && !kind && !appBundleID && !collectionID && !onlyFavorites && !onlyPinned;
 }
 
 ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore, std::string originDeviceID,
@@ -106,8 +91,8 @@ ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore,
     attributePlaceholderOrigins(builder_.originDeviceID());
     totalCount_.set(liveClipCount());
     fillRecentHashes();
-    mainDataVersion_ = main_->dataVersion();
-    if (vault_) vaultDataVersion_ = vault_->dataVersion();
+    mainDataVersion_ = readOr(main_->dataVersion(), "Reading the store's version", 0LL);
+    if (vault_) vaultDataVersion_ = readOr(vault_->dataVersion(), "Reading the store's version", 0LL);
 }
 
 void ClipStore::attributePlaceholderOrigins(const std::string& machineID) {
@@ -117,13 +102,10 @@ void ClipStore::attributePlaceholderOrigins(const std::string& machineID) {
     long long changed = 0;
     for (ModelContainer* container : {main_.get(), vault_.get()}) {
         if (!container) continue;
-        try {
-            changed += container->replacePlaceholderOrigins(kPlaceholders, machineID);
-            // Committed here, also when nothing changed: the mark holds the write lock until then.
-            if (auto error = container->save()) log_.error("Could not attribute clips to this machine: %{public}s", *error);
-        } catch (const std::exception& error) {
-            log_.error("Could not attribute clips to this machine: %{public}s", error.what());
-        }
+        changed += readOr(container->replacePlaceholderOrigins(kPlaceholders, machineID), "Attributing clips", 0LL);
+        // Committed here, also when nothing changed: the mark holds the write lock until then.
+        if (Status saved = container->save(); !saved)
+            log_.error("Could not attribute clips to this machine: %{public}s", saved.error());
     }
     if (changed == 0) return;
     log_.log("Attributed %{public}ld existing clips to this Mac.", changed);
@@ -133,16 +115,27 @@ void ClipStore::setOnIconRequest(std::function<void(const std::optional<std::str
     onIconRequest_ = std::move(onIconRequest);
 }
 
+bool ClipStore::apply(ModelContainer& container, const std::function<Status()>& change) {
+    bool wrote = false;
+    if (!applyWithoutSaving(container, change, wrote)) return false;
+    if (wrote) save();
+    return true;
+}
+
+bool ClipStore::applyWithoutSaving(ModelContainer& container, const std::function<Status()>& change, bool& wrote) {
+    long long before = container.totalChanges();
+    if (Status status = container.atomically(change); !status) {
+        log_.error("Save failed: %{public}s", status.error());
+        return false;
+    }
+    wrote = wrote || container.totalChanges() != before;
+    return true;
+}
+
 long long ClipStore::liveClipCount() {
     long long total = 0;
-    for (ModelContainer* container : {main_.get(), vault_.get()}) {
-        if (!container) continue;
-        try {
-            total += container->liveClipCount();
-        } catch (const std::exception&) {
-            // A store that can't be counted adds nothing; the failure shows at its next save.
-        }
-    }
+    for (ModelContainer* container : {main_.get(), vault_.get()})
+        if (container) total += readOr(container->liveClipCount(), "Counting clips", 0LL);
     return total;
 }
 
@@ -150,14 +143,11 @@ void ClipStore::fillRecentHashes() {
     std::vector<Clip> recent;
     for (ModelContainer* container : {main_.get(), vault_.get()}) {
         if (!container) continue;
-        try {
-            auto clips = container->fetch(
-                ClipFetch{.where = "deletedAt IS NULL",
-                          .orderBy = "createdAt DESC",
-                          .limit = static_cast<long long>(kRecentHashCapacity)});
-            recent.insert(recent.end(), clips.begin(), clips.end());
-        } catch (const std::exception&) {
-        }
+        auto clips = readOr(container->fetch(ClipFetch{.where = "deletedAt IS NULL",
+                                                       .orderBy = "createdAt DESC",
+                                                       .limit = static_cast<long long>(kRecentHashCapacity)}),
+                            "Reading recent clips", std::vector<Clip>{});
+        recent.insert(recent.end(), std::make_move_iterator(clips.begin()), std::make_move_iterator(clips.end()));
     }
     std::stable_sort(recent.begin(), recent.end(),
                      [](const Clip& a, const Clip& b) { return a.createdAt < b.createdAt; });
@@ -203,17 +193,18 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
         ModelContainer* home = nullptr;
         for (ModelContainer* container : {main_.get(), vault_.get()}) {
             if (!container) continue;
-            try {
-                auto found = container->fetch(
-                    ClipFetch{.where = "contentHash = ? AND deletedAt IS NULL",
-                              .parameters = {hash},
-                              .orderBy = "createdAt DESC",
-                              .limit = 1});
-                if (!found.empty() && (!newest || found.front().createdAt > newest->createdAt)) {
-                    newest = std::move(found.front());
-                    home = container;
-                }
-            } catch (const std::exception&) {
+            auto found = container->fetch(ClipFetch{.where = "contentHash = ? AND deletedAt IS NULL",
+                                                    .parameters = {hash},
+                                                    .orderBy = "createdAt DESC",
+                                                    .limit = 1});
+            // Not knowing whether the copy is a repeat, storing it could make a duplicate.
+            if (!found) {
+                log_.error("Skipped capture: the duplicate check failed: %{public}s", found.error());
+                return IngestResult::rejected(CaptureRejection::storeFailure(found.error()));
+            }
+            if (!found->empty() && (!newest || found->front().createdAt > newest->createdAt)) {
+                newest = std::move(found->front());
+                home = container;
             }
         }
         if (newest) {
@@ -243,21 +234,22 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
     lastInsertMatchedRule_ = outcome.matchedAnyRule;
     Uuid id = clip.id;
     std::string rawKind = clip.kind;
-    insert(std::move(clip), outcome.collectionIDs);
+    if (Status inserted = insert(std::move(clip), outcome.collectionIDs); !inserted)
+        return IngestResult::rejected(CaptureRejection::storeFailure(inserted.error()));
     if (onIconRequest_) onIconRequest_(snapshot.sourceAppBundleID);
     log_.log("Captured %{public}s clip from %{public}s%{public}s.", rawKind,
              snapshot.sourceAppName.value_or("unknown"), isSensitive ? " (sensitive)" : "");
     return IngestResult::inserted(id);
 }
 
-Uuid ClipStore::insertMultiClip(const std::string& joinedText, Data payload, Date at) {
+std::optional<Uuid> ClipStore::insertMultiClip(const std::string& joinedText, Data payload, Date at) {
     PasteboardSnapshot snapshot;
     snapshot.string = joinedText;
     snapshot.capturedAt = at;
     Clip clip = builder_.build(snapshot, ClipKind::multiClip, false);
     clip.multiClipData = std::move(payload);
     Uuid id = clip.id;
-    insert(std::move(clip), {});
+    if (!insert(std::move(clip), {})) return std::nullopt;
     log_.log("Captured %{public}s clip from %{public}s%{public}s.", "multiClip", "collect mode", "");
     return id;
 }
@@ -267,27 +259,29 @@ void ClipStore::promote(Clip clip, ModelContainer& container, Date at) {
     clip.createdAt = std::max(clip.createdAt, at);
     clip.markUsed(std::max({clip.createdAt, clip.lastUsedAt.value_or(at), at}));
     recentHashes_.record(clip.contentHash);
-    try {
-        container.updateUsage(clip);
-    } catch (const std::exception& error) {
-        log_.log("Save failed: %{public}s", error.what());
-    }
-    save();
+    apply(container, [&] { return container.updateUsage(clip); });
 }
 
-void ClipStore::insert(Clip clip, const std::vector<Uuid>& collectionIDs) {
+Status ClipStore::insert(Clip clip, const std::vector<Uuid>& collectionIDs) {
     ModelContainer& container = clip.isSensitive && vault_ ? *vault_ : *main_;
-    recentHashes_.record(clip.contentHash);
-    try {
-        container.insert(clip);
+    Status inserted = container.atomically([&] {
+        Status status = container.insert(clip);
         // Filed as the collection's add files it (a board's first column, at its end), in the
         // insert's transaction; a sensitive clip in the vault joins no collection.
         if (&container == main_.get())
-            for (const Uuid& collectionID : collectionIDs) fileIntoCollection({clip.id}, collectionID);
-    } catch (const std::exception& error) {
-        log_.log("Save failed: %{public}s", error.what());
+            for (const Uuid& collectionID : collectionIDs) {
+                if (!status) break;
+                status = fileIntoCollection({clip.id}, collectionID);
+            }
+        return status;
+    });
+    if (!inserted) {
+        log_.error("Save failed: %{public}s", inserted.error());
+        return inserted;
     }
-    save();
+    recentHashes_.record(clip.contentHash);
+    // A clip is kept once it is committed; with saves deferred, once the import's save commits it.
+    return commit();
 }
 
 void ClipStore::setDefersSaves(bool defers) {
@@ -295,32 +289,32 @@ void ClipStore::setDefersSaves(bool defers) {
     if (!defers) save();
 }
 
-void ClipStore::save() {
-    if (defersSaves_) return;
+void ClipStore::save() { (void)commit(); }
+
+Status ClipStore::commit() {
+    if (defersSaves_) return Status();
+    Status committed;
     for (ModelContainer* container : {main_.get(), vault_.get()}) {
         if (!container || !container->hasChanges()) continue;
-        if (auto error = container->save()) log_.log("Save failed: %{public}s", *error);
+        if (Status saved = container->save(); !saved) {
+            log_.log("Save failed: %{public}s", saved.error());
+            committed = saved;
+        }
     }
     revision_.set(revision_.value() + 1);
     totalCount_.set(liveClipCount());
     // Our own commits move data_version too; only another process's should raise revision again.
-    try {
-        mainDataVersion_ = main_->dataVersion();
-        if (vault_) vaultDataVersion_ = vault_->dataVersion();
-    } catch (const std::exception&) {
-    }
+    mainDataVersion_ = readOr(main_->dataVersion(), "Reading the store's version", mainDataVersion_);
+    if (vault_) vaultDataVersion_ = readOr(vault_->dataVersion(), "Reading the store's version", vaultDataVersion_);
+    return committed;
 }
 
 void ClipStore::checkForOutsideChanges() {
-    try {
-        long long mainVersion = main_->dataVersion();
-        long long vaultVersion = vault_ ? vault_->dataVersion() : 0;
-        if (mainVersion == mainDataVersion_ && vaultVersion == vaultDataVersion_) return;
-        mainDataVersion_ = mainVersion;
-        vaultDataVersion_ = vaultVersion;
-    } catch (const std::exception&) {
-        return;
-    }
+    long long mainVersion = readOr(main_->dataVersion(), "Reading the store's version", mainDataVersion_);
+    long long vaultVersion = vault_ ? readOr(vault_->dataVersion(), "Reading the store's version", vaultDataVersion_) : 0;
+    if (mainVersion == mainDataVersion_ && vaultVersion == vaultDataVersion_) return;
+    mainDataVersion_ = mainVersion;
+    vaultDataVersion_ = vaultVersion;
     // What another process added may be a copy of what is in the window; start the window afresh.
     recentHashes_.clear();
     fillRecentHashes();
@@ -336,13 +330,9 @@ void ClipStore::watchForOutsideChanges(Duration interval) {
 }
 
 ModelContainer* ClipStore::containerOf(const Uuid& id) {
-    for (ModelContainer* container : {main_.get(), vault_.get()}) {
-        if (!container) continue;
-        try {
-            if (container->count("id = ?", {id.uuidString()}) > 0) return container;
-        } catch (const std::exception&) {
-        }
-    }
+    for (ModelContainer* container : {main_.get(), vault_.get()})
+        if (container && readOr(container->count("id = ?", {id.uuidString()}), "Finding a clip", 0LL) > 0)
+            return container;
     return nullptr;
 }
 

@@ -47,14 +47,17 @@ struct CaptureLimits {
 };
 
 struct CaptureRejection {
-    enum class Kind { concealedPasteboardType, excludedApp, empty };
+    // storeFailure: the store could not be read or written, so nothing was kept.
+    enum class Kind { concealedPasteboardType, excludedApp, empty, storeFailure };
     Kind kind = Kind::empty;
-    std::string payload;  // the type, or the application id
+    std::string payload;  // the type, the application id, or the store's error
 
     static CaptureRejection concealed(std::string type) { return {Kind::concealedPasteboardType, std::move(type)}; }
     static CaptureRejection excludedApp(std::string bundleID) { return {Kind::excludedApp, std::move(bundleID)}; }
     static CaptureRejection empty() { return {Kind::empty, {}}; }
-    // For the log: "concealed type org.nspasteboard.ConcealedType", "excluded app org.keepassxc.KeePassXC", "empty".
+    static CaptureRejection storeFailure(std::string error) { return {Kind::storeFailure, std::move(error)}; }
+    // For the log: "concealed type org.nspasteboard.ConcealedType", "excluded app org.keepassxc.KeePassXC", "empty",
+    // "store failure: disk I/O error".
     std::string description() const;
 
     friend bool operator==(const CaptureRejection&, const CaptureRejection&) = default;
@@ -87,28 +90,19 @@ struct TamarindStores {
 inline constexpr const char* kMainStoreFilename = "Tamarind.store";
 inline constexpr const char* kVaultStoreFilename = "Tamarind-Local.store";
 
+struct StoreOptions {
+    bool syncEnabled = false;  // the user's setting
+    bool inMemory = false;     // no files at all (previews, tests)
+    bool canSync = false;      // this build can sync (a sync folder is configured)
+};
+
 // Opens the stores in `applicationSupport` (creating it, blobs/, icons/ and
 // favicons/ first) with every fall-back: never fails, ending in an in-memory
-// store at worst. `canSync` stands for "this build can sync" (a sync folder is
-// configured).
-TamarindStores openStores(const std::filesystem::path& applicationSupport, bool syncEnabled, bool inMemory,
-                          bool canSync);
+// store at worst.
+TamarindStores openStores(const std::filesystem::path& applicationSupport, StoreOptions options = {});
 
 // --- queries --------------------------------------------------------------------------------------
 
-enum class ClipSortOrder { newest, oldest, mostUsed, largest };
-
-struct ClipQuery {
-    std::string text;  // trimmed before use; the whole piece must occur in the search text
-    std::optional<ClipKind> kind;
-    std::optional<std::string> appBundleID;
-    std::optional<Uuid> collectionID;
-    bool onlyFavorites = false;
-    bool onlyPinned = false;
-    std::optional<long long> withinDays;  // carried for the surfaces; not part of the match
-
-    bool isEmpty() const;
-};
 
 struct SourceAppFacet {
     std::string bundleID;
@@ -166,7 +160,8 @@ public:
     IngestResult ingest(const PasteboardSnapshot& snapshot, const std::set<std::string>& excludedBundleIDs);
     // Stores collect mode's stack as one clip of kind multiClip: the joined text and the payload's
     // JSON. It skips the gate, the rules and the sensitive test, which the single copies passed by.
-    Uuid insertMultiClip(const std::string& joinedText, Data payload, Date at);
+    // None when the store could not keep it.
+    std::optional<Uuid> insertMultiClip(const std::string& joinedText, Data payload, Date at);
     // The capture gate; also used by the capture service before collect mode.
     static std::optional<CaptureRejection> captureRejection(const PasteboardSnapshot& snapshot,
                                                             const std::set<std::string>& excludedBundleIDs);
@@ -223,19 +218,29 @@ public:
     void watchForOutsideChanges(Duration interval);
 
 private:
-    // The store holding a clip with this id, main first.
+    // The store holding a clip with this id, main first; none when no store has it or can say.
     ModelContainer* containerOf(const Uuid& id);
+    // Runs `change` as one step on `container`, then saves if it wrote anything. A failure is
+    // logged, and nothing of the change stays behind. Whether it went through.
+    bool apply(ModelContainer& container, const std::function<Status()>& change);
+    // apply() for one of several changes that save once at their end; `wrote` is set when it wrote.
+    bool applyWithoutSaving(ModelContainer& container, const std::function<Status()>& change, bool& wrote);
+    // save(), with the first failed commit as its result.
+    Status commit();
+    // The value of a read, or `fallback` after logging why the store could not answer.
+    template <class T> T readOr(Result<T> result, const char* operation, T fallback = T{});
     // Once per store: clips stamped with an earlier build's placeholder get this machine's id.
     void attributePlaceholderOrigins(const std::string& machineID);
     void promote(Clip clip, ModelContainer& container, Date at);
-    void insert(Clip clip, const std::vector<Uuid>& collectionIDs);
-    // addClips() without the save, for a change that saves once at its end. Whether anything
-    // changed; throws what the container throws.
-    bool fileIntoCollection(const std::vector<Uuid>& clipIDs, const Uuid& collectionID);
+    Status insert(Clip clip, const std::vector<Uuid>& collectionIDs);
+    // addClips() without the save, for a change that saves once at its end.
+    Status fileIntoCollection(const std::vector<Uuid>& clipIDs, const Uuid& collectionID);
     void fillRecentHashes();
     long long liveClipCount();
-    // Tombstone or removal of one clip, without the save.
-    void deleteWithoutSaving(const Clip& clip, ModelContainer& container, Date now);
+    // Tombstone or removal of one clip's record, without the save.
+    Status deleteRecord(const Clip& clip, ModelContainer& container, Date now);
+    // Once their records are gone for good: the clips' files and their place in the duplicate window.
+    void forget(const std::vector<Clip>& deleted);
 
     MainLoop& loop_;
     std::unique_ptr<ModelContainer> main_;
@@ -256,5 +261,12 @@ private:
     long long vaultDataVersion_ = 0;
     Log log_{"library"};
 };
+
+template <class T>
+T ClipStore::readOr(Result<T> result, const char* operation, T fallback) {
+    if (result) return std::move(*result);
+    log_.error("%{public}s failed: %{public}s", operation, result.error());
+    return fallback;
+}
 
 }  // namespace tamarind

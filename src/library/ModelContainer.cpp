@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <stdexcept>
 #include <thread>
 
 #include "foundation/Text.h"
@@ -411,24 +412,24 @@ ModelContainer::ModelContainer(std::unique_ptr<SQLite::Database> database, std::
 
 ModelContainer::~ModelContainer() = default;
 
-ModelContainer::OpenResult ModelContainer::open(const std::filesystem::path& file) {
+Result<std::unique_ptr<ModelContainer>> ModelContainer::open(const std::filesystem::path& file) {
     // Several processes making a new file at once can meet SQLite's "database is locked" where the
     // busy timeout isn't consulted (switching the journal to WAL, setting up its index): tried again
     // for as long as that timeout, since the other process is done in a moment.
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     for (;;) {
         bool isBusy = false;
-        OpenResult result = openOnce(file, isBusy);
+        auto result = openOnce(file, isBusy);
         if (!isBusy || std::chrono::steady_clock::now() > deadline) return result;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
 }
 
-ModelContainer::OpenResult ModelContainer::openOnce(const std::filesystem::path& file, bool& isBusy) {
+Result<std::unique_ptr<ModelContainer>> ModelContainer::openOnce(const std::filesystem::path& file, bool& isBusy) {
     try {
         // Create the file ourselves so that it is user-only from the first byte.
         int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        if (fd < 0) return std::string("open ") + file.string() + ": " + std::strerror(errno);
+        if (fd < 0) return Failure{std::string("open ") + file.string() + ": " + std::strerror(errno)};
         ::close(fd);
         auto database = std::make_unique<SQLite::Database>(file, SQLite::OPEN_READWRITE);
         configure(*database);
@@ -441,15 +442,15 @@ ModelContainer::OpenResult ModelContainer::openOnce(const std::filesystem::path&
             return query.getColumn(0).getString();
         }();
         if (storedVersion && *storedVersion != kSchemaVersion)
-            return "unsupported schema version " + *storedVersion + " in " + file.string();
+            return Failure{"unsupported schema version " + *storedVersion + " in " + file.string()};
         bool isNew = !storedVersion;
         // Tables but no meta: not ours. (Another process making this new file's schema commits
         // meta with the rest.)
         if (isNew && database->execAndGet("SELECT count(*) FROM sqlite_master").getInt() > 0 &&
             !database->tableExists("meta"))
-            return file.string() + " is a database of another program";
+            return Failure{file.string() + " is a database of another program"};
         std::string mode = database->execAndGet("PRAGMA journal_mode = WAL").getString();
-        if (mode != "wal") return "could not switch " + file.string() + " to WAL (" + mode + ")";
+        if (mode != "wal") return Failure{"could not switch " + file.string() + " to WAL (" + mode + ")"};
         // The schema's statements are idempotent: a store of this version made before a
         // table was added gets it here. Immediate, since they write: a read transaction raised to
         // a write one fails at once instead of waiting for another process's write to end.
@@ -469,13 +470,13 @@ ModelContainer::OpenResult ModelContainer::openOnce(const std::filesystem::path&
         return std::unique_ptr<ModelContainer>(new ModelContainer(std::move(database), file));
     } catch (const SQLite::Exception& error) {
         isBusy = (error.getErrorCode() & 0xff) == SQLITE_BUSY;
-        return std::string(error.what());
+        return Failure{error.what()};
     } catch (const std::exception& error) {
-        return std::string(error.what());
+        return Failure{error.what()};
     }
 }
 
-ModelContainer::OpenResult ModelContainer::openInMemory() {
+Result<std::unique_ptr<ModelContainer>> ModelContainer::openInMemory() {
     try {
         auto database = std::make_unique<SQLite::Database>(":memory:", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
         configure(*database);
@@ -484,8 +485,22 @@ ModelContainer::OpenResult ModelContainer::openInMemory() {
         database->exec(std::string("INSERT INTO meta(key, value) VALUES ('schemaVersion', '") + kSchemaVersion + "')");
         return std::unique_ptr<ModelContainer>(new ModelContainer(std::move(database), std::nullopt));
     } catch (const std::exception& error) {
-        return std::string(error.what());
+        return Failure{error.what()};
     }
+}
+
+Result<ModelContainer::Health> ModelContainer::inspect(const std::filesystem::path& file) {
+    return guarded([&] {
+        SQLite::Database database(file, SQLite::OPEN_READONLY);
+        Health health;
+        health.integrity = database.execAndGet("PRAGMA quick_check").getString();
+        bool hasMeta = database.tableExists("meta");
+        health.schemaVersion =
+            hasMeta ? database.execAndGet("SELECT value FROM meta WHERE key = 'schemaVersion'").getString() : "none";
+        if (database.tableExists("clip"))
+            health.liveClips = database.execAndGet("SELECT count(*) FROM clip WHERE deletedAt IS NULL").getInt64();
+        return health;
+    });
 }
 
 void ModelContainer::beginChanges() {
@@ -494,17 +509,14 @@ void ModelContainer::beginChanges() {
     isInTransaction_ = true;
 }
 
-std::optional<std::string> ModelContainer::save() {
-    if (!isInTransaction_) return std::nullopt;
-    try {
-        database_->exec("COMMIT");
-        isInTransaction_ = false;
-        return std::nullopt;
-    } catch (const std::exception& error) {
-        // SQLite rolls back by itself on some errors (a full disk); then nothing is pending any more.
-        if (sqlite3_get_autocommit(database_->getHandle())) isInTransaction_ = false;
-        return std::string(error.what());
-    }
+long long ModelContainer::totalChanges() const { return sqlite3_total_changes64(database_->getHandle()); }
+
+Status ModelContainer::save() {
+    if (!isInTransaction_) return Status();
+    Status committed = guarded([&] { database_->exec("COMMIT"); });
+    // SQLite rolls back by itself on some errors (a full disk); then nothing is pending any more.
+    if (committed || sqlite3_get_autocommit(database_->getHandle())) isInTransaction_ = false;
+    return committed;
 }
 
 // A kept statement, reset and cleared when the lease ends so that no read stays open.
@@ -586,78 +598,94 @@ template <class Write> void ModelContainer::writeWhole(Write write) {
     database_->exec("RELEASE record");
 }
 
-void ModelContainer::insert(const Clip& clip) { writeWhole([&] { insertWithoutSavepoint(clip); }); }
-
-void ModelContainer::insertWithoutSavepoint(const Clip& clip) {
-    auto statement = prepared(kClipInsert);
-    bindClip(*statement, clip);
-    statement->exec();
-    std::int64_t pk = database_->getLastInsertRowid();
-    writeMedia(pk, clip);
-    writeMemberships(pk, clip.collectionIDs);
-}
-
-void ModelContainer::update(const Clip& clip) {
-    auto pk = primaryKey(clip.id);
-    if (!pk) return;
-    writeWhole([&] {
-        static const std::string sql = std::string("UPDATE clip SET ") + kClipAssignments + " WHERE pk = ?39";
-        auto fill = prepared(sql.c_str());
-        bindClip(*fill, clip);
-        fill->bind(39, *pk);
-        fill->exec();
-        writeMedia(*pk, clip);
-        writeMemberships(*pk, clip.collectionIDs);
+Status ModelContainer::insert(const Clip& clip) {
+    return guarded([&] {
+        writeWhole([&] {
+            auto statement = prepared(kClipInsert);
+            bindClip(*statement, clip);
+            statement->exec();
+            std::int64_t pk = database_->getLastInsertRowid();
+            writeMedia(pk, clip);
+            writeMemberships(pk, clip.collectionIDs);
+        });
     });
 }
 
-void ModelContainer::updateUsage(const Clip& clip) {
-    beginChanges();
-    auto statement = prepared("UPDATE clip SET createdAt = ?2, lastUsedAt = ?3, useCount = ?4 WHERE id = ?1");
-    statement->bind(1, clip.id.uuidString());
-    statement->bind(2, clip.createdAt.secondsSinceReferenceDate());
-    bindDate(*statement, 3, clip.lastUsedAt);
-    statement->bind(4, static_cast<std::int64_t>(clip.useCount));
-    statement->exec();
+Status ModelContainer::update(const Clip& clip) {
+    return guarded([&] {
+        auto pk = primaryKey(clip.id);
+        if (!pk) return;
+        writeWhole([&] {
+            static const std::string sql = std::string("UPDATE clip SET ") + kClipAssignments + " WHERE pk = ?39";
+            auto fill = prepared(sql.c_str());
+            bindClip(*fill, clip);
+            fill->bind(39, *pk);
+            fill->exec();
+            writeMedia(*pk, clip);
+            writeMemberships(*pk, clip.collectionIDs);
+        });
+    });
 }
 
-void ModelContainer::remove(const Uuid& id) {
-    beginChanges();
-    auto statement = prepared("DELETE FROM clip WHERE id = ?");
-    statement->bind(1, id.uuidString());
-    statement->exec();
+Status ModelContainer::updateUsage(const Clip& clip) {
+    return guarded([&] {
+        beginChanges();
+        auto statement = prepared("UPDATE clip SET createdAt = ?2, lastUsedAt = ?3, useCount = ?4 WHERE id = ?1");
+        statement->bind(1, clip.id.uuidString());
+        statement->bind(2, clip.createdAt.secondsSinceReferenceDate());
+        bindDate(*statement, 3, clip.lastUsedAt);
+        statement->bind(4, static_cast<std::int64_t>(clip.useCount));
+        statement->exec();
+    });
 }
 
-void ModelContainer::removeAllClips() {
-    beginChanges();
-    database_->exec("DELETE FROM clip_collection; DELETE FROM clip_media; DELETE FROM clip;");
+Status ModelContainer::remove(const Uuid& id) {
+    return guarded([&] {
+        beginChanges();
+        auto statement = prepared("DELETE FROM clip WHERE id = ?");
+        statement->bind(1, id.uuidString());
+        statement->exec();
+    });
 }
 
-void ModelContainer::insert(const Collection& collection) {
-    beginChanges();
-    SQLite::Statement statement(*database_,
-                                "INSERT INTO collection(id, name, iconName, colorHex, sortIndex, createdAt, viewMode, "
-                                "boardColumnsData) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
-    bindCollection(statement, collection);
-    statement.exec();
-    writeCollectionMembers(collection);
+Status ModelContainer::removeAllClips() {
+    return guarded([&] {
+        beginChanges();
+        database_->exec("DELETE FROM clip_collection; DELETE FROM clip_media; DELETE FROM clip;");
+    });
 }
 
-void ModelContainer::update(const Collection& collection) {
-    beginChanges();
-    SQLite::Statement statement(*database_,
-                                "UPDATE collection SET name = ?2, iconName = ?3, colorHex = ?4, sortIndex = ?5, "
-                                "createdAt = ?6, viewMode = ?7, boardColumnsData = ?8 WHERE id = ?1");
-    bindCollection(statement, collection);
-    statement.exec();
-    writeCollectionMembers(collection);
+Status ModelContainer::insert(const Collection& collection) {
+    return guarded([&] {
+        beginChanges();
+        SQLite::Statement statement(*database_,
+                                    "INSERT INTO collection(id, name, iconName, colorHex, sortIndex, createdAt, viewMode, "
+                                    "boardColumnsData) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
+        bindCollection(statement, collection);
+        statement.exec();
+        writeCollectionMembers(collection);
+    });
 }
 
-void ModelContainer::remove(const Collection& collection) {
-    beginChanges();
-    SQLite::Statement statement(*database_, "DELETE FROM collection WHERE id = ?");
-    statement.bind(1, collection.id.uuidString());
-    statement.exec();
+Status ModelContainer::update(const Collection& collection) {
+    return guarded([&] {
+        beginChanges();
+        SQLite::Statement statement(*database_,
+                                    "UPDATE collection SET name = ?2, iconName = ?3, colorHex = ?4, sortIndex = ?5, "
+                                    "createdAt = ?6, viewMode = ?7, boardColumnsData = ?8 WHERE id = ?1");
+        bindCollection(statement, collection);
+        statement.exec();
+        writeCollectionMembers(collection);
+    });
+}
+
+Status ModelContainer::remove(const Collection& collection) {
+    return guarded([&] {
+        beginChanges();
+        SQLite::Statement statement(*database_, "DELETE FROM collection WHERE id = ?");
+        statement.bind(1, collection.id.uuidString());
+        statement.exec();
+    });
 }
 
 void ModelContainer::writeCollectionMembers(const Collection& collection) {
@@ -675,32 +703,42 @@ void ModelContainer::writeCollectionMembers(const Collection& collection) {
     }
 }
 
-void ModelContainer::insert(const SyncDevice& device) {
-    beginChanges();
-    SQLite::Statement statement(*database_,
-                                "INSERT INTO sync_device(id, deviceID, name, modelIdentifier, appVersion, firstSeenAt, "
-                                "lastSeenAt) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
-    bindDevice(statement, device);
-    statement.exec();
+Status ModelContainer::insert(const SyncDevice& device) {
+    return guarded([&] {
+        beginChanges();
+        SQLite::Statement statement(*database_,
+                                    "INSERT INTO sync_device(id, deviceID, name, modelIdentifier, appVersion, firstSeenAt, "
+                                    "lastSeenAt) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
+        bindDevice(statement, device);
+        statement.exec();
+    });
 }
 
-void ModelContainer::update(const SyncDevice& device) {
-    beginChanges();
-    SQLite::Statement statement(*database_,
-                                "UPDATE sync_device SET deviceID = ?2, name = ?3, modelIdentifier = ?4, "
-                                "appVersion = ?5, firstSeenAt = ?6, lastSeenAt = ?7 WHERE id = ?1");
-    bindDevice(statement, device);
-    statement.exec();
+Status ModelContainer::update(const SyncDevice& device) {
+    return guarded([&] {
+        beginChanges();
+        SQLite::Statement statement(*database_,
+                                    "UPDATE sync_device SET deviceID = ?2, name = ?3, modelIdentifier = ?4, "
+                                    "appVersion = ?5, firstSeenAt = ?6, lastSeenAt = ?7 WHERE id = ?1");
+        bindDevice(statement, device);
+        statement.exec();
+    });
 }
 
-void ModelContainer::remove(const SyncDevice& device) {
-    beginChanges();
-    SQLite::Statement statement(*database_, "DELETE FROM sync_device WHERE id = ?");
-    statement.bind(1, device.id.uuidString());
-    statement.exec();
+Status ModelContainer::remove(const SyncDevice& device) {
+    return guarded([&] {
+        beginChanges();
+        SQLite::Statement statement(*database_, "DELETE FROM sync_device WHERE id = ?");
+        statement.bind(1, device.id.uuidString());
+        statement.exec();
+    });
 }
 
-std::vector<Clip> ModelContainer::fetch(const ClipFetch& request) {
+Result<std::vector<Clip>> ModelContainer::fetch(const ClipFetch& request) {
+    return guarded([&] { return fetchRows(request); });
+}
+
+std::vector<Clip> ModelContainer::fetchRows(const ClipFetch& request) {
     std::string sql = std::string("SELECT ") + kClipColumns +
                       ", (SELECT group_concat(collectionID) FROM clip_collection WHERE clipPk = clip.pk)";
     if (request.includesMedia) sql += ", clip_media.thumbnailData, clip_media.fullImageData";
@@ -726,36 +764,45 @@ std::vector<Clip> ModelContainer::fetch(const ClipFetch& request) {
     return clips;
 }
 
-long long ModelContainer::replacePlaceholderOrigins(const std::vector<std::string>& placeholders,
-                                                    const std::string& machineID) {
-    if (database_->execAndGet("SELECT count(*) FROM meta WHERE key = 'originPlaceholdersReplaced'").getInt() > 0)
-        return 0;
-    beginChanges();
-    std::string marks;
-    for (std::size_t i = 0; i < placeholders.size(); ++i) marks += i == 0 ? "?" : ", ?";
-    SQLite::Statement update(*database_, "UPDATE clip SET originDeviceID = ? WHERE originDeviceID IN (" + marks + ")");
-    update.bind(1, machineID);
-    for (std::size_t i = 0; i < placeholders.size(); ++i) update.bind(static_cast<int>(i) + 2, placeholders[i]);
-    long long changed = update.exec();
-    database_->exec("INSERT INTO meta(key, value) VALUES ('originPlaceholdersReplaced', '1')");
-    return changed;
+Result<long long> ModelContainer::replacePlaceholderOrigins(const std::vector<std::string>& placeholders,
+                                                            const std::string& machineID) {
+    return guarded([&]() -> long long {
+        if (database_->execAndGet("SELECT count(*) FROM meta WHERE key = 'originPlaceholdersReplaced'").getInt() > 0)
+            return 0;
+        beginChanges();
+        std::string marks;
+        for (std::size_t i = 0; i < placeholders.size(); ++i) marks += i == 0 ? "?" : ", ?";
+        SQLite::Statement update(*database_, "UPDATE clip SET originDeviceID = ? WHERE originDeviceID IN (" + marks + ")");
+        update.bind(1, machineID);
+        for (std::size_t i = 0; i < placeholders.size(); ++i) update.bind(static_cast<int>(i) + 2, placeholders[i]);
+        long long changed = update.exec();
+        database_->exec("INSERT INTO meta(key, value) VALUES ('originPlaceholdersReplaced', '1')");
+        return changed;
+    });
 }
 
-long long ModelContainer::count(const std::string& where,
-                                const std::vector<std::variant<std::int64_t, double, std::string>>& parameters) {
-    SQLite::Statement query(*database_, "SELECT count(*) FROM clip WHERE " + where);
-    bindParameters(query, parameters);
-    query.executeStep();
-    return query.getColumn(0).getInt64();
+Result<long long> ModelContainer::count(const std::string& where, const Parameters& parameters) {
+    return guarded([&]() -> long long {
+        SQLite::Statement query(*database_, "SELECT count(*) FROM clip WHERE " + where);
+        bindParameters(query, parameters);
+        query.executeStep();
+        return query.getColumn(0).getInt64();
+    });
 }
 
-std::optional<Clip> ModelContainer::clip(const Uuid& id, bool includesMedia) {
-    auto clips = fetch(ClipFetch{"id = ?", {id.uuidString()}, "pk", 1, 0, includesMedia});
-    if (clips.empty()) return std::nullopt;
-    return std::move(clips.front());
+Result<std::optional<Clip>> ModelContainer::clip(const Uuid& id, bool includesMedia) {
+    return guarded([&]() -> std::optional<Clip> {
+        auto clips = fetchRows(ClipFetch{"id = ?", {id.uuidString()}, "pk", 1, 0, includesMedia});
+        if (clips.empty()) return std::nullopt;
+        return std::move(clips.front());
+    });
 }
 
-std::vector<Collection> ModelContainer::collections() {
+Result<std::vector<Collection>> ModelContainer::collections() {
+    return guarded([&] { return readCollections(); });
+}
+
+std::vector<Collection> ModelContainer::readCollections() {
     std::vector<Collection> result;
     SQLite::Statement query(*database_,
                             "SELECT id, name, iconName, colorHex, sortIndex, createdAt, viewMode, boardColumnsData, "
@@ -780,45 +827,98 @@ std::vector<Collection> ModelContainer::collections() {
     return result;
 }
 
-std::optional<Collection> ModelContainer::collection(const Uuid& id) {
-    for (Collection& collection : collections())
-        if (collection.id == id) return std::move(collection);
-    return std::nullopt;
+Result<std::optional<Collection>> ModelContainer::collection(const Uuid& id) {
+    return guarded([&]() -> std::optional<Collection> {
+        for (Collection& collection : readCollections())
+            if (collection.id == id) return std::move(collection);
+        return std::nullopt;
+    });
 }
 
-std::vector<SyncDevice> ModelContainer::devices() {
-    std::vector<SyncDevice> result;
-    SQLite::Statement query(*database_,
-                            "SELECT id, deviceID, name, modelIdentifier, appVersion, firstSeenAt, lastSeenAt "
-                            "FROM sync_device ORDER BY lastSeenAt DESC");
-    while (query.executeStep()) {
-        SyncDevice device;
-        device.id = columnUuid(query, 0);
-        device.deviceID = query.getColumn(1).getString();
-        device.name = query.getColumn(2).getString();
-        device.modelIdentifier = query.getColumn(3).getString();
-        device.appVersion = query.getColumn(4).getString();
-        device.firstSeenAt = Date::fromReferenceSeconds(query.getColumn(5).getDouble());
-        device.lastSeenAt = Date::fromReferenceSeconds(query.getColumn(6).getDouble());
-        result.push_back(std::move(device));
-    }
-    return result;
+Result<std::vector<SyncDevice>> ModelContainer::devices() {
+    return guarded([&] {
+        std::vector<SyncDevice> result;
+        SQLite::Statement query(*database_,
+                                "SELECT id, deviceID, name, modelIdentifier, appVersion, firstSeenAt, lastSeenAt "
+                                "FROM sync_device ORDER BY lastSeenAt DESC");
+        while (query.executeStep()) {
+            SyncDevice device;
+            device.id = columnUuid(query, 0);
+            device.deviceID = query.getColumn(1).getString();
+            device.name = query.getColumn(2).getString();
+            device.modelIdentifier = query.getColumn(3).getString();
+            device.appVersion = query.getColumn(4).getString();
+            device.firstSeenAt = Date::fromReferenceSeconds(query.getColumn(5).getDouble());
+            device.lastSeenAt = Date::fromReferenceSeconds(query.getColumn(6).getDouble());
+            result.push_back(std::move(device));
+        }
+        return result;
+    });
 }
 
-std::vector<ModelContainer::FacetCount> ModelContainer::facetCounts() {
-    std::vector<FacetCount> counts;
-    SQLite::Statement query(*database_,
-                            "SELECT dimension, value, live, name FROM clip_facet_count WHERE live > 0");
-    while (query.executeStep())
-        counts.push_back(FacetCount{query.getColumn(0).getString(), query.getColumn(1).getString(),
-                                    query.getColumn(2).getInt64(), columnText(query, 3)});
-    return counts;
+Result<std::vector<ModelContainer::FacetCount>> ModelContainer::facetCounts() {
+    return guarded([&] {
+        std::vector<FacetCount> counts;
+        SQLite::Statement query(*database_,
+                                "SELECT dimension, value, live, name FROM clip_facet_count WHERE live > 0");
+        while (query.executeStep())
+            counts.push_back(FacetCount{query.getColumn(0).getString(), query.getColumn(1).getString(),
+                                        query.getColumn(2).getInt64(), columnText(query, 3)});
+        return counts;
+    });
 }
 
-long long ModelContainer::liveClipCount() {
-    return database_->execAndGet("SELECT live FROM clip_stats WHERE id = 1").getInt64();
+Result<long long> ModelContainer::liveClipCount() {
+    return guarded([&]() -> long long { return database_->execAndGet("SELECT live FROM clip_stats WHERE id = 1").getInt64(); });
 }
 
-long long ModelContainer::dataVersion() { return database_->execAndGet("PRAGMA data_version").getInt64(); }
+Result<long long> ModelContainer::dataVersion() {
+    return guarded([&]() -> long long { return database_->execAndGet("PRAGMA data_version").getInt64(); });
+}
+
+Status ModelContainer::updateThumbnail(const Uuid& id, const Data& thumbnail) {
+    return guarded([&] {
+        auto pk = primaryKey(id);
+        if (!pk) return;
+        beginChanges();
+        auto media = prepared("INSERT INTO clip_media(clipPk, thumbnailData) VALUES (?1, ?2) "
+                              "ON CONFLICT(clipPk) DO UPDATE SET thumbnailData = ?2");
+        media->bind(1, *pk);
+        bindData(*media, 2, thumbnail);
+        media->exec();
+    });
+}
+
+Status ModelContainer::bulkLoad(const std::function<Status()>& inserts) {
+    Status status;
+    Status wrote = guarded([&] {
+        database_->exec("PRAGMA cache_size = -1000000");
+        std::string trigger =
+            database_->execAndGet("SELECT sql FROM sqlite_master WHERE type = 'trigger' AND name = 'clip_search_insert'")
+                .getString();
+        writeWhole([&] {
+            // In the change, so that a failure takes back the dropped trigger with the rest.
+            database_->exec("DROP TRIGGER clip_search_insert");
+            status = inserts();
+            if (!status) throw std::runtime_error(status.error());
+            database_->exec("INSERT INTO clip_search(clip_search) VALUES ('rebuild')");
+            database_->exec(trigger);
+        });
+        database_->exec("PRAGMA cache_size = -2000");
+    });
+    return status ? wrote : status;
+}
+
+Status ModelContainer::atomically(const std::function<Status()>& change) {
+    Status status;
+    Status wrote = guarded([&] {
+        writeWhole([&] {
+            status = change();
+            // Thrown so that writeWhole takes back what the change wrote; guarded() catches it.
+            if (!status) throw std::runtime_error(status.error());
+        });
+    });
+    return status ? wrote : status;
+}
 
 }  // namespace tamarind

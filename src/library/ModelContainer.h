@@ -4,12 +4,17 @@
 // 1.0.0. SQLite in WAL mode, so that the command line can write the same file
 // while the app runs. Main thread only.
 //
+// The one place that runs SQL, and the one place where SQLite's errors become
+// values: every call returns a Status or a Result the caller must look at, and
+// nothing throws. The search's planning lives beside it (ClipSearch.cpp).
+//
 // Changes go into one transaction that the first change opens; save() commits
 // it. A failed commit is reported and the changes stay pending, as far as
 // SQLite keeps them (a full disk rolls the transaction back).
 
 #include <filesystem>
 #include <functional>
+#include <type_traits>
 #include <memory>
 #include <optional>
 #include <set>
@@ -18,7 +23,9 @@
 #include <variant>
 #include <vector>
 
+#include "foundation/Result.h"
 #include "library/Clip.h"
+#include "library/ClipSearch.h"
 
 namespace SQLite {
 class Database;
@@ -41,51 +48,70 @@ struct ClipFetch {
 
 class ModelContainer {
 public:
-    using OpenResult = std::variant<std::unique_ptr<ModelContainer>, std::string>;
+    using Parameters = std::vector<std::variant<std::int64_t, double, std::string>>;
 
-    // Creates the file (0600) and the schema when they are new. The error text when the file
-    // can't be opened, isn't a store, or holds another schema version; the file is left as it is.
-    static OpenResult open(const std::filesystem::path& file);
-    static OpenResult openInMemory();
+    // Creates the file (0600) and the schema when they are new. A failure when the file can't be
+    // opened, isn't a store, or holds another schema version; the file is left as it is.
+    static Result<std::unique_ptr<ModelContainer>> open(const std::filesystem::path& file);
+    static Result<std::unique_ptr<ModelContainer>> openInMemory();
+    // What a store file holds, read without changing a byte of it (for `tamarind doctor`).
+    struct Health {
+        std::string schemaVersion;  // "none" when the file has no meta table
+        long long liveClips = 0;
+        std::string integrity;      // "ok", or what SQLite's quick check found
+    };
+    static Result<Health> inspect(const std::filesystem::path& file);
     ~ModelContainer();
 
     bool isInMemory() const { return !file_; }
     const std::optional<std::filesystem::path>& file() const { return file_; }
 
     // --- changes (each opens the transaction when none is open) ---
-    void insert(const Clip& clip);
+    Status insert(const Clip& clip);
     // Writes every field of the record with this id, media and collections too: a clip read
     // without its media loses it here. An unknown id does nothing.
-    void update(const Clip& clip);
+    Status update(const Clip& clip);
     // Writes only createdAt, lastUsedAt and useCount: what a promotion or a use changes. Cheaper
     // than update(), which rewrites media, memberships and the search index.
-    void updateUsage(const Clip& clip);
-    void remove(const Uuid& id);
+    Status updateUsage(const Clip& clip);
+    // Writes only the thumbnail, made after the clip was stored. An unknown id does nothing.
+    Status updateThumbnail(const Uuid& id, const Data& thumbnail);
+    Status remove(const Uuid& id);
     // Removes every clip, with no tombstones.
-    void removeAllClips();
+    Status removeAllClips();
     // A collection's clipIDs are written as its members (clips of this store only).
-    void insert(const Collection& collection);
-    void update(const Collection& collection);
-    void remove(const Collection& collection);
-    void insert(const SyncDevice& device);
-    void update(const SyncDevice& device);
-    void remove(const SyncDevice& device);
+    Status insert(const Collection& collection);
+    Status update(const Collection& collection);
+    Status remove(const Collection& collection);
+    Status insert(const SyncDevice& device);
+    Status update(const SyncDevice& device);
+    Status remove(const SyncDevice& device);
+    // Runs `change` (several of the calls above) as one: when it fails, whatever it wrote is taken
+    // back and its failure returned, so that the next save never commits half of it.
+    Status atomically(const std::function<Status()>& change);
+
+    // Runs many inserts as one change, like atomically(), building the search index once at the
+    // end instead of row by row (a thirteenth of the cost), with a cache that holds the whole
+    // change. For imports of whole libraries.
+    Status bulkLoad(const std::function<Status()>& inserts);
 
     // Gives the clips whose originDeviceID is one of `placeholders` this machine's id instead, once
     // per store: a mark in meta makes later calls return 0 at once. The number of clips changed.
-    long long replacePlaceholderOrigins(const std::vector<std::string>& placeholders, const std::string& machineID);
+    Result<long long> replacePlaceholderOrigins(const std::vector<std::string>& placeholders,
+                                                const std::string& machineID);
 
     bool hasChanges() const { return isInTransaction_; }
-    // Commits; the error text on failure.
-    std::optional<std::string> save();
+    // Rows inserted, updated or deleted on this connection since it opened, by changes that went
+    // through, and by those taken back too: a change that leaves it as it was wrote nothing.
+    long long totalChanges() const;
+    Status save();
 
     // --- reads (see the uncommitted changes too) ---
-    std::vector<Clip> fetch(const ClipFetch& request);
-    long long count(const std::string& where = "1",
-                    const std::vector<std::variant<std::int64_t, double, std::string>>& parameters = {});
-    std::optional<Clip> clip(const Uuid& id, bool includesMedia = true);
+    Result<std::vector<Clip>> fetch(const ClipFetch& request);
+    Result<long long> count(const std::string& where = "1", const Parameters& parameters = {});
+    Result<std::optional<Clip>> clip(const Uuid& id, bool includesMedia = true);
     // Clips without deletedAt, from a counter the schema keeps: no scan.
-    long long liveClipCount();
+    Result<long long> liveClipCount();
     // Live clips per kind ("kind", raw string), per source app ("app", bundle id, with a name),
     // and favourites and pinned ("flag", "favorite" / "pinned"), kept by triggers; no scan.
     struct FacetCount {
@@ -94,36 +120,66 @@ public:
         long long count = 0;
         std::optional<std::string> name;
     };
-    std::vector<FacetCount> facetCounts();
-    std::vector<Collection> collections();
-    std::optional<Collection> collection(const Uuid& id);
-    std::vector<SyncDevice> devices();
-
+    Result<std::vector<FacetCount>> facetCounts();
+    Result<std::vector<Collection>> collections();
+    Result<std::optional<Collection>> collection(const Uuid& id);
+    Result<std::vector<SyncDevice>> devices();
     // Rises when another connection (the command line) commits to the file.
-    long long dataVersion();
+    Result<long long> dataVersion();
 
-    // For queries that need their own SQL (search, facets).
-    SQLite::Database& database() { return *database_; }
+    // --- search (ClipSearch.cpp) ---
+    // The clips `match` selects in the sort order, `limit` of them after `offset`.
+    Result<std::vector<Clip>> fetchMatching(const ClipMatch& match, ClipSortOrder sort, long long limit,
+                                            long long offset);
+    Result<long long> countMatching(const ClipMatch& match);
+    // The next `limit` clips `match` selects after `after` (from the start without it) in the
+    // order (createdAt, id), with their media; a walk whose last batch costs what its first did.
+    Result<std::vector<Clip>> fetchMatchingAfter(const ClipMatch& match, const std::optional<ClipKey>& after,
+                                                 long long limit);
+    // Live clips whose id starts with `upperPrefix` (upper-case hex and dashes), at most `limit`, in
+    // id order.
+    Result<std::vector<Uuid>> clipIDsWithPrefix(const std::string& upperPrefix, int limit);
 
 private:
     ModelContainer(std::unique_ptr<SQLite::Database> database, std::optional<std::filesystem::path> file);
+    // Runs SQL work, turning what SQLite throws into a Failure.
+    template <class Work>
+    static auto guarded(Work&& work) -> Result<std::invoke_result_t<Work>>;
     // One attempt; `isBusy` when SQLite said the file was locked.
-    static OpenResult openOnce(const std::filesystem::path& file, bool& isBusy);
+    static Result<std::unique_ptr<ModelContainer>> openOnce(const std::filesystem::path& file, bool& isBusy);
     class Prepared;
     // The statements of every clip write, compiled once: compiling costs more than running them.
     Prepared prepared(const char* sql);
     void beginChanges();
     template <class Write> void writeWhole(Write write);
-    void insertWithoutSavepoint(const Clip& clip);
+    std::vector<Clip> fetchRows(const ClipFetch& request);
     std::optional<std::int64_t> primaryKey(const Uuid& id);
     void writeMemberships(std::int64_t clipPk, const std::vector<Uuid>& collectionIDs);
     void writeMedia(std::int64_t clipPk, const Clip& clip);
     void writeCollectionMembers(const Collection& collection);
+    std::vector<Collection> readCollections();
+    // The search's steps (ClipSearch.cpp); they throw what SQLite throws, and guarded() catches it.
+    std::vector<Clip> searchPage(const ClipMatch& match, ClipSortOrder sort, long long limit, long long offset);
+    long long searchCount(const ClipMatch& match);
 
     std::unique_ptr<SQLite::Database> database_;
     std::optional<std::filesystem::path> file_;
     std::unordered_map<const char*, std::unique_ptr<SQLite::Statement>> statements_;
     bool isInTransaction_ = false;
 };
+
+template <class Work>
+auto ModelContainer::guarded(Work&& work) -> Result<std::invoke_result_t<Work>> {
+    try {
+        if constexpr (std::is_void_v<std::invoke_result_t<Work>>) {
+            work();
+            return Status();
+        } else {
+            return work();
+        }
+    } catch (const std::exception& error) {
+        return Failure{error.what()};
+    }
+}
 
 }  // namespace tamarind

@@ -28,7 +28,7 @@ protected:
     void make() { make(PlatformServices{pasteboard, workspace}); }
     void make(PlatformServices platform) {
         Paths paths{folder.path() / "share", folder.path() / "config", folder.path() / "cache"};
-        auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
+        auto memory = *ModelContainer::openInMemory();
         state = std::make_unique<AppState>(loop, defaults, paths, platform,
                                            TamarindStores{std::move(memory), nullptr, false});
     }

@@ -44,7 +44,7 @@ TEST(AppStateLoginItem, TheStatusFollowsTheItemAndAFailureIsLogged) {
     XdgAutostart working(folder.path() / "autostart", "/usr/bin/tamarind");
     Paths paths{folder.path() / "share", folder.path() / "config", folder.path() / "cache"};
     auto makeState = [&](LoginItem& item) {
-        auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
+        auto memory = *ModelContainer::openInMemory();
         return std::make_unique<AppState>(loop, defaults, paths, PlatformServices{pasteboard, workspace, nullptr, &item},
                                           TamarindStores{std::move(memory), nullptr, false});
     };

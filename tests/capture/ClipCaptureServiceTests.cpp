@@ -14,7 +14,7 @@ namespace {
 using ::testing::ElementsAre;
 
 std::unique_ptr<ModelContainer> inMemoryStore() {
-    return std::move(std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory()));
+    return *ModelContainer::openInMemory();
 }
 
 class ClipCaptureServiceTest : public ::testing::Test {

@@ -3,6 +3,7 @@
 #include <SQLiteCpp/Database.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 #include "library/ClipStore.h"
 #include "library/RecentHashWindow.h"
 #include "support/ManualMainLoop.h"
+#include "support/StoreTesting.h"
 #include "support/TemporaryFolder.h"
 
 namespace tamarind {
@@ -52,7 +54,7 @@ TEST(ClipStoreDurability, AKillDuringIngestsLosesNothingThatWasReported) {
     if (child == 0) {
         ::close(reports[0]);
         ManualMainLoop loop;
-        ClipStore store(loop, openStores(folder.path(), false, false, true), BlobStore(folder.path() / "blobs"), "M");
+        ClipStore store(loop, openStores(folder.path(), {.canSync = true}), BlobStore(folder.path() / "blobs"), "M");
         for (int i = 0;; ++i) {
             IngestResult result = store.ingest(textSnapshot("durable clip " + std::to_string(i), i), {});
             std::string id = result.clipID.uuidString() + "\n";
@@ -80,60 +82,71 @@ TEST(ClipStoreDurability, AKillDuringIngestsLosesNothingThatWasReported) {
     for (std::size_t at = 0; at + 37 <= received.size(); at += 37) reported.insert(received.substr(at, 36));
     ASSERT_GE(reported.size(), wanted);
 
-    auto opened = ModelContainer::open(folder.path() / kMainStoreFilename);
-    auto* container = std::get_if<std::unique_ptr<ModelContainer>>(&opened);
-    ASSERT_TRUE(container) << std::get<std::string>(opened);
+    auto container = must(ModelContainer::open(folder.path() / kMainStoreFilename));
+    ASSERT_TRUE(container);
     std::set<std::string> stored;
-    for (const Clip& clip : (*container)->fetch(ClipFetch{})) stored.insert(clip.id.uuidString());
+    for (const Clip& clip : must(container->fetch(ClipFetch{}))) stored.insert(clip.id.uuidString());
     for (const std::string& id : reported) EXPECT_TRUE(stored.contains(id)) << id << " was reported but is gone";
 }
 
-TEST(ModelContainer, AClipThatFailsHalfWayLeavesNothingBehindForTheNextSave) {
-    auto container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
-    container->database().exec(
-        "CREATE TRIGGER refuse_media BEFORE INSERT ON clip_media BEGIN SELECT RAISE(ABORT, 'disk trouble'); END");
+TEST(ModelContainer, AClipOrAChangeThatFailsHalfWayLeavesNothingBehindForTheNextSave) {
+    TemporaryFolder folder;
+    auto file = folder.path() / "half.store";
+    auto container = must(ModelContainer::open(file));
+    tamperWith(file).exec(
+        "CREATE TRIGGER refuse_media BEFORE INSERT ON clip_media WHEN new.thumbnailData = x'66' "
+        "BEGIN SELECT RAISE(ABORT, 'disk trouble'); END");
     Clip half = Clip::make(Date::fromReferenceSeconds(1));
-    EXPECT_THROW(container->insert(half), std::exception);
-    container->database().exec("DROP TRIGGER refuse_media");
-    Clip whole = Clip::make(Date::fromReferenceSeconds(2));
-    container->insert(whole);
-    ASSERT_FALSE(container->save());
-    auto clips = container->fetch(ClipFetch{});
+    half.thumbnailData = Data{0x66};
+    Status failed = container->insert(half);
+    ASSERT_FALSE(failed.ok());
+    EXPECT_NE(failed.error().find("disk trouble"), std::string::npos);
+    // A change of several writes is taken back whole, the writes that went through too.
+    Clip first = Clip::make(Date::fromReferenceSeconds(2));
+    EXPECT_FALSE(container->atomically([&] {
+        if (Status status = container->insert(first); !status) return status;
+        return container->insert(half);
+    }));
+    Clip whole = Clip::make(Date::fromReferenceSeconds(3));
+    must(container->insert(whole));
+    must(container->save());
+    auto clips = must(container->fetch(ClipFetch{}));
     ASSERT_EQ(clips.size(), 1u);
     EXPECT_EQ(clips[0].id, whole.id);
 }
 
 TEST(ModelContainer, TheLiveCountFollowsInsertsTombstonesAndDeletes) {
-    auto container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
-    auto agrees = [&] { return container->liveClipCount() == container->count("deletedAt IS NULL"); };
+    auto container = *ModelContainer::openInMemory();
+    auto live = [&] { return must(container->liveClipCount()); };
+    auto agrees = [&] { return live() == must(container->count("deletedAt IS NULL")); };
     std::vector<Clip> clips;
     for (int i = 0; i < 5; ++i) {
         clips.push_back(Clip::make(Date::fromReferenceSeconds(i)));
-        container->insert(clips.back());
+        must(container->insert(clips.back()));
     }
     Clip born = Clip::make(Date::fromReferenceSeconds(9));
     born.deletedAt = Date::fromReferenceSeconds(9);  // arrives already a tombstone
-    container->insert(born);
-    EXPECT_EQ(container->liveClipCount(), 5);
+    must(container->insert(born));
+    EXPECT_EQ(live(), 5);
     clips[0].deletedAt = Date::fromReferenceSeconds(10);
-    container->update(clips[0]);
+    must(container->update(clips[0]));
     clips[1].text = "edited, still live";
-    container->update(clips[1]);
-    container->remove(clips[2].id);
-    container->remove(clips[0].id);  // a tombstone going leaves the live count alone
-    EXPECT_EQ(container->liveClipCount(), 3);
+    must(container->update(clips[1]));
+    must(container->remove(clips[2].id));
+    must(container->remove(clips[0].id));  // a tombstone going leaves the live count alone
+    EXPECT_EQ(live(), 3);
     EXPECT_TRUE(agrees());
     born.deletedAt.reset();  // a tombstone brought back
-    container->update(born);
-    EXPECT_EQ(container->liveClipCount(), 4);
+    must(container->update(born));
+    EXPECT_EQ(live(), 4);
     EXPECT_TRUE(agrees());
-    container->removeAllClips();
-    EXPECT_EQ(container->liveClipCount(), 0);
+    must(container->removeAllClips());
+    EXPECT_EQ(live(), 0);
 }
 
 std::string describeFacets(ModelContainer& container) {
     std::string out;
-    for (const auto& facet : container.facetCounts())
+    for (const auto& facet : must(container.facetCounts()))
         out += facet.dimension + ":" + facet.value + "=" + std::to_string(facet.count) +
                (facet.name ? "(" + *facet.name + ")" : "") + " ";
     return out;
@@ -142,7 +155,7 @@ std::string describeFacets(ModelContainer& container) {
 TEST(ModelContainer, FacetCountsFollowEveryChangeAndAreRebuiltForAnOlderFile) {
     TemporaryFolder folder;
     auto file = folder.path() / "facets.store";
-    auto container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(file));
+    auto container = *ModelContainer::open(file);
     Clip a = Clip::make(Date::fromReferenceSeconds(1));
     a.sourceAppBundleID = "org.mozilla.firefox";
     a.sourceAppName = "Firefox";
@@ -151,85 +164,92 @@ TEST(ModelContainer, FacetCountsFollowEveryChangeAndAreRebuiltForAnOlderFile) {
     b.isFavorite = true;
     b.sourceAppBundleID = "org.mozilla.firefox";
     b.sourceAppName = "Firefox Nightly";
-    container->insert(a);
-    container->insert(b);
+    must(container->insert(a));
+    must(container->insert(b));
     EXPECT_EQ(describeFacets(*container),
               "app:org.mozilla.firefox=2(Firefox Nightly) flag:favorite=1 kind:link=1 kind:text=1 ");
     b.isFavorite = false;
     b.isPinned = true;
     b.kind = "code";
-    container->update(b);
+    must(container->update(b));
     a.deletedAt = Date::fromReferenceSeconds(3);
-    container->update(a);
+    must(container->update(a));
     EXPECT_EQ(describeFacets(*container), "app:org.mozilla.firefox=1(Firefox Nightly) flag:pinned=1 kind:code=1 ");
-    container->remove(b.id);
+    must(container->remove(b.id));
     EXPECT_EQ(describeFacets(*container), "");
     a.deletedAt.reset();
-    container->update(a);
-    ASSERT_FALSE(container->save());
+    must(container->update(a));
+    must(container->save());
 
     // A file written before the counts existed gets them computed when it is opened.
-    container->database().exec("DROP TABLE clip_facet_count; DELETE FROM meta WHERE key = 'facetCounts'");
     container.reset();
-    container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(file));
+    tamperWith(file).exec("DROP TABLE clip_facet_count; DELETE FROM meta WHERE key = 'facetCounts'");
+    container = *ModelContainer::open(file);
     EXPECT_EQ(describeFacets(*container), "app:org.mozilla.firefox=1(Firefox) kind:text=1 ");
 }
 
 TEST(ModelContainer, ASearchIndexDefinedOtherwiseIsMadeAgainFromTheRows) {
     TemporaryFolder folder;
     auto file = folder.path() / "search.store";
-    auto container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(file));
+    auto container = *ModelContainer::open(file);
     Clip clip = Clip::make(Date::fromReferenceSeconds(1));
     clip.text = "Grüße aus Köln";
     clip.rebuildSearchText({});
-    container->insert(clip);
-    ASSERT_FALSE(container->save());
+    must(container->insert(clip));
+    must(container->save());
+    container.reset();
     // An earlier build's index: no positions, and empty.
-    container->database().exec(
+    tamperWith(file).exec(
         "DROP TABLE clip_search; CREATE VIRTUAL TABLE clip_search USING fts5(searchFolded, content='clip', "
         "content_rowid='pk', tokenize='trigram case_sensitive 1', detail='none')");
-    container.reset();
 
-    container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(file));
-    auto definition = container->database().execAndGet("SELECT sql FROM sqlite_master WHERE name = 'clip_search'");
-    EXPECT_EQ(definition.getString().find("detail"), std::string::npos);
-    EXPECT_EQ(container->database().execAndGet("SELECT count(*) FROM clip_search WHERE clip_search MATCH '\"koln\"'")
-                  .getInt(),
-              1);
+    container = must(ModelContainer::open(file));
+    EXPECT_EQ(must(container->fetchMatching(ClipMatch{.needle = "koln"}, ClipSortOrder::newest, 10, 0)).size(), 1u);
+    container.reset();
+    auto raw = tamperWith(file);
+    EXPECT_EQ(raw.execAndGet("SELECT sql FROM sqlite_master WHERE name = 'clip_search'").getString().find("detail"),
+              std::string::npos);
 }
 
-// The file may not grow past its size when the disk is full; SQLite then gives up the whole
-// transaction by itself, which the store must take in its stride.
-TEST(ClipStoreDurability, AFullDiskIsALoggedSaveFailureAndTheStoreGoesOnAfterwards) {
+// A write past the end the system allows (a full disk, a file-size limit) fails in SQLite's own
+// write; SQLite may give up the whole transaction by itself, which the store must take in its
+// stride. Run in a child, whose file-size limit can be lowered and raised again.
+TEST(ClipStoreDurability, AFailedWriteIsALoggedRejectionAndTheStoreGoesOnAfterwards) {
     TemporaryFolder folder;
-    auto file = folder.path() / "full.store";
-    ManualMainLoop loop;
-    auto opened = ModelContainer::open(file);
-    auto container = std::move(std::get<std::unique_ptr<ModelContainer>>(opened));
-    ModelContainer& main = *container;
-    ClipStore store(loop, TamarindStores{std::move(container), nullptr, false}, BlobStore(folder.path() / "blobs"),
-                    "TEST");
-    auto kept = store.ingest(textSnapshot("kept before the disk filled", 1), {});
-    ASSERT_EQ(kept.kind, IngestResult::Kind::inserted);
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::signal(SIGXFSZ, SIG_IGN);  // a write past the limit then fails with EFBIG instead of killing
+        ManualMainLoop loop;
+        ClipStore store(loop, openStores(folder.path()), BlobStore(folder.path() / "blobs"), "TEST");
+        if (store.ingest(textSnapshot("kept before the disk filled", 1), {}).kind != IngestResult::Kind::inserted)
+            ::_exit(10);
+        rlimit limit{};
+        ::getrlimit(RLIMIT_FSIZE, &limit);
+        rlimit tight = limit;
+        tight.rlim_cur = std::filesystem::file_size(folder.path() / (std::string(kMainStoreFilename) + "-wal")) + 8192;
+        ::setrlimit(RLIMIT_FSIZE, &tight);
+        LogCapture logs;
+        IngestResult refused = store.ingest(textSnapshot(std::string(200'000, 'x'), 2), {});
+        if (refused.kind != IngestResult::Kind::rejected ||
+            refused.rejection.kind != CaptureRejection::Kind::storeFailure)
+            ::_exit(11);
+        auto lines = logs.messages("library");
+        if (std::none_of(lines.begin(), lines.end(), [](const std::string& line) { return line.starts_with("Save failed: "); }))
+            ::_exit(12);
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        if (store.ingest(textSnapshot("saved once there was room", 3), {}).kind != IngestResult::Kind::inserted)
+            ::_exit(13);
+        ::_exit(0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    ASSERT_EQ(WEXITSTATUS(status), 0) << "10: first insert, 11: not refused, 12: not logged, 13: no recovery";
 
-    auto pages = main.database().execAndGet("PRAGMA page_count").getInt64();
-    main.database().exec("PRAGMA max_page_count = " + std::to_string(pages));
-    LogCapture logs;
-    std::string large(200'000, 'x');
-    store.ingest(textSnapshot(large, 2), {});
-    auto lines = logs.messages("library");
-    ASSERT_FALSE(lines.empty());
-    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(),
-                            [](const std::string& line) { return line.starts_with("Save failed: "); }));
-
-    main.database().exec("PRAGMA max_page_count = 1073741823");
-    auto after = store.ingest(textSnapshot("saved once there was room", 3), {});
-    ASSERT_EQ(after.kind, IngestResult::Kind::inserted);
-    EXPECT_FALSE(main.hasChanges());
-
-    auto reopened = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(file));
+    auto reopened = must(ModelContainer::open(folder.path() / kMainStoreFilename));
     std::set<std::string> texts;
-    for (const Clip& clip : reopened->fetch(ClipFetch{})) texts.insert(clip.text.value_or(""));
+    for (const Clip& clip : must(reopened->fetch(ClipFetch{}))) texts.insert(clip.text.value_or(""));
     EXPECT_EQ(texts, (std::set<std::string>{"kept before the disk filled", "saved once there was room"}));
 }
 
@@ -239,20 +259,20 @@ TEST(OpenStores, ATruncatedFileOrAnUnwritableFolderEndsInMemoryAndTouchesNothing
     TemporaryFolder folder;
     auto file = folder.path() / kMainStoreFilename;
     {
-        auto container = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(file));
+        auto container = must(ModelContainer::open(file));
         for (int i = 0; i < 200; ++i) {
             Clip clip = Clip::make(Date::fromReferenceSeconds(i));
             clip.text = std::string(400, 'a' + static_cast<char>(i % 26));
             clip.rebuildSearchText({});
-            container->insert(clip);
+            must(container->insert(clip));
         }
-        ASSERT_FALSE(container->save());
+        must(container->save());
     }
     std::filesystem::resize_file(file, 4096);  // the first page only
     std::string cut = *readWholeFile(file).bytes;
 
     LogCapture logs;
-    TamarindStores stores = openStores(folder.path(), false, false, false);
+    TamarindStores stores = openStores(folder.path());
     EXPECT_TRUE(stores.main->isInMemory());
     auto lines = logs.messages("library");
     ASSERT_EQ(lines.size(), 2u);
@@ -262,7 +282,7 @@ TEST(OpenStores, ATruncatedFileOrAnUnwritableFolderEndsInMemoryAndTouchesNothing
 
     logs.clear();
     std::ofstream(folder.path() / "not-a-folder") << "a file where the library folder should be";
-    stores = openStores(folder.path() / "not-a-folder" / "Tamarind", false, false, false);
+    stores = openStores(folder.path() / "not-a-folder" / "Tamarind");
     EXPECT_TRUE(stores.main->isInMemory());
     EXPECT_EQ(logs.messages("library").size(), 2u);
 }

@@ -3,6 +3,7 @@
 
 #include "foundation/Files.h"
 #include "library/ClipStore.h"
+#include "support/StoreTesting.h"
 #include "support/FakeIngestPolicy.h"
 #include "support/Images.h"
 #include "support/ManualMainLoop.h"
@@ -33,7 +34,7 @@ protected:
 
     void open(bool sync = false) {
         store.reset();
-        store = std::make_unique<ClipStore>(loop, openStores(folder.path(), sync, false, true),
+        store = std::make_unique<ClipStore>(loop, openStores(folder.path(), {.syncEnabled = sync, .canSync = true}),
                                             BlobStore(folder.path() / "blobs"), "MACHINE",
                                             IngestPolicy{&rules, &secrets});
     }
@@ -42,9 +43,9 @@ protected:
     // A second connection to a store file, as the command line would have.
     std::vector<Clip> clipsIn(const char* filename) {
         auto opened = ModelContainer::open(folder.path() / filename);
-        auto* container = std::get_if<std::unique_ptr<ModelContainer>>(&opened);
+        auto* container = (opened ? &*opened : nullptr);
         if (!container) return {};
-        return (*container)->fetch(ClipFetch{.where = "1", .orderBy = "createdAt, pk"});
+        return must((*container)->fetch(ClipFetch{.where = "1", .orderBy = "createdAt, pk"}));
     }
     // "text@created/useCount" per clip, oldest first.
     std::string dump(const char* filename = kMainStoreFilename) {
@@ -118,13 +119,13 @@ TEST_F(ClipStoreIngestTest, PlaceholderOriginsBecomeThisMachinesOnceAndNewClipsC
     for (const char* companion : {"", "-wal", "-shm"})
         std::filesystem::remove(folder.path() / (std::string(kMainStoreFilename) + companion));
     auto stamp = [&](const char* text, const char* origin) {
-        auto old = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(folder.path() / kMainStoreFilename));
+        auto old = *ModelContainer::open(folder.path() / kMainStoreFilename);
         Clip clip = Clip::make(Date::fromReferenceSeconds(1));
         clip.text = text;
         clip.contentHash = text;
         clip.originDeviceID = origin;
-        old->insert(clip);
-        ASSERT_FALSE(old->save());
+        must(old->insert(clip));
+        ASSERT_TRUE(old->save());
     };
     stamp("from an earlier build", "LOCAL");
     stamp("from its command line", "CLI");
@@ -173,14 +174,14 @@ TEST_F(ClipStoreIngestTest, TheWindowHoldsTwoHundredHashesAndSurvivesAReopen) {
 }
 
 TEST_F(ClipStoreIngestTest, RulesRunAfterTheDuplicateTestAndFileTheClip) {
-    auto inspector = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(folder.path() / kMainStoreFilename));
+    auto inspector = *ModelContainer::open(folder.path() / kMainStoreFilename);
     Collection work = Collection::make(Date::fromReferenceSeconds(1));
     work.name = "Work";
     // A board: a clip filed by a rule lands at the end of its first column, as an add puts it.
     work.viewMode = "board";
     work.setBoardColumns({"Inbox", "Done"});
-    inspector->insert(work);
-    ASSERT_FALSE(inspector->save());
+    must(inspector->insert(work));
+    ASSERT_TRUE(inspector->save());
 
     RuleDecision file{.collectionIDs = {work.id, Uuid::random()}, .markFavorite = true, .matchedAnyRule = true};
     RuleDecision skip{.skipCapture = true, .matchedAnyRule = true};
@@ -200,14 +201,14 @@ TEST_F(ClipStoreIngestTest, RulesRunAfterTheDuplicateTestAndFileTheClip) {
     EXPECT_FALSE(store->lastInsertMatchedRule()) << "a promotion leaves the flag";
 
     EXPECT_EQ(dump(), "plain@30/0 invoice 42@40/1[fav] ");
-    EXPECT_THAT(inspector->collection(work.id)->clipIDs, ElementsAre(filed.clipID));
-    EXPECT_EQ(inspector->clip(filed.clipID)->boardColumn, "Inbox");
+    EXPECT_THAT(must(inspector->collection(work.id))->clipIDs, ElementsAre(filed.clipID));
+    EXPECT_EQ(must(inspector->clip(filed.clipID))->boardColumn, "Inbox");
 
     rules.byText = {{"invoice", file}};
     auto second = ingest(text("invoice 43", 50));
-    Clip secondClip = *inspector->clip(second.clipID);
+    Clip secondClip = *must(inspector->clip(second.clipID));
     EXPECT_EQ(secondClip.boardColumn, "Inbox");
-    EXPECT_GT(secondClip.sortIndex, inspector->clip(filed.clipID)->sortIndex) << "after the column's last clip";
+    EXPECT_GT(secondClip.sortIndex, must(inspector->clip(filed.clipID))->sortIndex) << "after the column's last clip";
 }
 
 TEST_F(ClipStoreIngestTest, SecretsFollowTheSensitivePolicyAndLiveInTheVaultWhileSyncing) {
@@ -253,17 +254,13 @@ TEST_F(ClipStoreIngestTest, ImagesAndFilesAreBuiltAndTheIconIsAskedFor) {
     EXPECT_EQ(clips[0].id, inserted.clipID);
     EXPECT_TRUE(store->blobStore().existingFilenames().contains(*clips[0].blobFilename));
     EXPECT_THAT(iconRequests, ElementsAre(std::optional<std::string>("org.flameshot.Flameshot")));
-    auto withMedia =
-        std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(folder.path() / kMainStoreFilename))
-            ->clip(inserted.clipID);
+    auto withMedia = must(must(ModelContainer::open(folder.path() / kMainStoreFilename))->clip(inserted.clipID));
     ASSERT_TRUE(withMedia && withMedia->thumbnailData);
     EXPECT_FALSE(clips[0].thumbnailData) << "lists don't read thumbnails";
 
     shot.capturedAt = Date::fromReferenceSeconds(8);
     EXPECT_EQ(ingest(shot), IngestResult::deduplicated(inserted.clipID));
-    auto promoted =
-        std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(folder.path() / kMainStoreFilename))
-            ->clip(inserted.clipID);
+    auto promoted = must(must(ModelContainer::open(folder.path() / kMainStoreFilename))->clip(inserted.clipID));
     EXPECT_EQ(promoted->thumbnailData, withMedia->thumbnailData) << "a promotion keeps the media";
     EXPECT_EQ(promoted->createdAt, Date::fromReferenceSeconds(8));
 }
@@ -273,7 +270,7 @@ TEST(OpenStores, SyncFallsBackToLocalAndNeverTouchesABadVault) {
     TemporaryFolder folder;
     {
         LogCapture log;
-        auto stores = openStores(folder.path(), /*syncEnabled=*/false, false, true);
+        auto stores = openStores(folder.path(), {.canSync = true});
         EXPECT_FALSE(stores.vault);
         EXPECT_FALSE(stores.main->isInMemory());
         EXPECT_FALSE(std::filesystem::exists(folder.path() / kVaultStoreFilename));
@@ -282,7 +279,7 @@ TEST(OpenStores, SyncFallsBackToLocalAndNeverTouchesABadVault) {
     }
     {
         LogCapture log;
-        auto stores = openStores(folder.path(), true, false, /*canSync=*/false);
+        auto stores = openStores(folder.path(), {.syncEnabled = true});
         EXPECT_FALSE(stores.vault);
         EXPECT_FALSE(stores.isSyncing);
         EXPECT_THAT(log.messages("library"),
@@ -293,7 +290,7 @@ TEST(OpenStores, SyncFallsBackToLocalAndNeverTouchesABadVault) {
     ASSERT_FALSE(writeFileAtomically(folder.path() / kVaultStoreFilename, garbage + std::string(5000, 'x')));
     {
         LogCapture log;
-        auto stores = openStores(folder.path(), true, false, true);
+        auto stores = openStores(folder.path(), {.syncEnabled = true, .canSync = true});
         EXPECT_FALSE(stores.vault);
         EXPECT_FALSE(stores.isSyncing);
         EXPECT_FALSE(stores.main->isInMemory());
@@ -310,12 +307,12 @@ TEST_F(ClipStoreIngestTest, WritesFromAnotherProcessRaiseTheRevision) {
     long long before = store->revision().value();
     store->checkForOutsideChanges();
     EXPECT_EQ(store->revision().value(), before) << "our own writes are not outside changes";
-    auto other = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::open(folder.path() / kMainStoreFilename));
+    auto other = *ModelContainer::open(folder.path() / kMainStoreFilename);
     Clip theirs = Clip::make(Date::fromReferenceSeconds(2));
     theirs.text = "theirs";
     theirs.contentHash = "abc";
-    other->insert(theirs);
-    ASSERT_FALSE(other->save());
+    must(other->insert(theirs));
+    ASSERT_TRUE(other->save());
     store->watchForOutsideChanges(std::chrono::seconds(1));
     loop.advanceBy(std::chrono::milliseconds(999));
     EXPECT_EQ(store->revision().value(), before);

@@ -9,6 +9,7 @@
 #include "foundation/Files.h"
 #include "foundation/Log.h"
 #include "library/ClipStore.h"
+#include "support/StoreTesting.h"
 #include "support/ManualMainLoop.h"
 #include "support/TemporaryFolder.h"
 
@@ -21,10 +22,6 @@ using ::testing::UnorderedElementsAre;
 
 constexpr double kDay = 86400;
 
-std::unique_ptr<ModelContainer> inMemoryStore() {
-    auto opened = ModelContainer::openInMemory();
-    return std::move(std::get<std::unique_ptr<ModelContainer>>(opened));
-}
 
 PasteboardSnapshot copied(std::string text, Date at) {
     PasteboardSnapshot snapshot;
@@ -52,7 +49,8 @@ protected:
     std::map<Uuid, std::string> names;
 
     void open(bool withVault) {
-        TamarindStores stores{inMemoryStore(), withVault ? inMemoryStore() : nullptr, withVault};
+        auto container = [&](const char* name) { return must(ModelContainer::open(folder.path() / name)); };
+        TamarindStores stores{container("main.store"), withVault ? container("vault.store") : nullptr, withVault};
         main = stores.main.get();
         vault = stores.vault.get();
         store = std::make_unique<ClipStore>(loop, std::move(stores), BlobStore(folder.path() / "blobs"), "MACHINE");
@@ -73,8 +71,8 @@ protected:
         if (adjust) adjust(clip);
         names[clip.id] = name;
         ModelContainer* container = into ? into : main;
-        container->insert(clip);
-        EXPECT_FALSE(container->save());
+        must(container->insert(clip));
+        EXPECT_TRUE(container->save());
         return clip.id;
     }
     Uuid pinned(const std::string& name, double ageInDays) {
@@ -94,7 +92,7 @@ protected:
     // The records of one store, oldest first, by name with their flags: "a[pin] b[tomb] c".
     std::string dump(ModelContainer* container, const std::string& where = "1") {
         std::string out;
-        for (const Clip& clip : container->fetch(ClipFetch{.where = where, .orderBy = "createdAt, pk"})) {
+        for (const Clip& clip : must(container->fetch(ClipFetch{.where = where, .orderBy = "createdAt, pk"}))) {
             if (!out.empty()) out += ' ';
             out += names.contains(clip.id) ? names[clip.id] : "?";
             std::string flags;
@@ -116,8 +114,8 @@ protected:
     // The members of a board column in order with their indices: "a:0 b:1024".
     std::string column(const std::string& name) {
         std::string out;
-        for (const Clip& clip : main->fetch(
-                 ClipFetch{.where = "boardColumn = ?", .parameters = {name}, .orderBy = "sortIndex, createdAt"})) {
+        for (const Clip& clip : must(main->fetch(
+                 ClipFetch{.where = "boardColumn = ?", .parameters = {name}, .orderBy = "sortIndex, createdAt"}))) {
             if (!out.empty()) out += ' ';
             out += names[clip.id] + ":" + number(clip.sortIndex);
         }
@@ -126,7 +124,7 @@ protected:
     // "name:sortIndex(members)" for each collection in order.
     std::string collectionsDump() {
         std::string out;
-        for (const Collection& collection : main->collections()) {
+        for (const Collection& collection : must(main->collections())) {
             if (!out.empty()) out += ' ';
             out += collection.name + ":" + number(collection.sortIndex) + "(";
             std::vector<std::string> members;
@@ -199,7 +197,7 @@ TEST_F(ClipStoreMaintenanceTest, RetentionLooksAtMostTwoHundredSparedClipsPastTh
     // 205 clips over a limit of 202: the oldest 203 are read, and only w and x are among them.
     store->applyRetention(202, std::nullopt, now());
     EXPECT_EQ(dump(main, "isPinned = 0"), "y z");
-    EXPECT_EQ(main->count("isPinned = 1"), 201);
+    EXPECT_EQ(must(main->count("isPinned = 1")), 201);
     EXPECT_THAT(log.messages("library"), ElementsAre("Retention removed 2 clips."));
 }
 
@@ -233,7 +231,7 @@ TEST_F(ClipStoreMaintenanceTest, DeletingRemovesRecordBlobAndHashSoTheSameCopyIs
     Uuid hello = ingested("hello", now());
     Uuid other = add("other", 1, nullptr, [&](Clip& clip) { clip.blobFilename = writeBlob(clip.id); });
     add("kept", 1);
-    ASSERT_TRUE(store->recentHashes().contains(main->clip(hello)->contentHash));
+    ASSERT_TRUE(store->recentHashes().contains(must(main->clip(hello))->contentHash));
 
     long long before = revision();
     store->deleteClips({hello, other, Uuid::random()});
@@ -280,7 +278,7 @@ TEST_F(ClipStoreMaintenanceTest, WithAVaultAMainClipBecomesATombstoneWithoutCont
         clip.originDeviceID = "MACHINE";
         clip.markUsed(now());
     });
-    Clip original = *main->clip(id);
+    Clip original = *must(main->clip(id));
     Uuid inVault = add("vaulted", 2, vault);
 
     loop.setWallNow(now().addingSeconds(60));
@@ -302,7 +300,7 @@ TEST_F(ClipStoreMaintenanceTest, WithAVaultAMainClipBecomesATombstoneWithoutCont
     expected.charCount = 0;
     expected.byteSize = 0;
     expected.collectionIDs.clear();
-    EXPECT_EQ(*main->clip(id), expected);
+    EXPECT_EQ(*must(main->clip(id)), expected);
     EXPECT_EQ(dump(), "main: secret plan[fav,tomb] | vault: ") << "a vault clip goes for good";
     EXPECT_THAT(blobs().existingFilenames(), IsEmpty());
     EXPECT_EQ(collectionsDump(), "Work:0()");
@@ -312,7 +310,7 @@ TEST_F(ClipStoreMaintenanceTest, WithAVaultAMainClipBecomesATombstoneWithoutCont
     // Deleting the tombstone again must not push its purge back.
     loop.setWallNow(now().addingSeconds(60));
     store->deleteClip(id);
-    EXPECT_EQ(main->clip(id)->deletedAt, expected.deletedAt);
+    EXPECT_EQ(must(main->clip(id))->deletedAt, expected.deletedAt);
 }
 
 TEST_F(ClipStoreMaintenanceTest, TombstonesArePurgedOnlyAfterThirtyDays) {
@@ -366,11 +364,11 @@ TEST_F(ClipStoreMaintenanceTest, AFailedDeleteAllKeepsTheBlobsAndTheWindow) {
     open(false);
     ingested("hello", now());
     std::string blob = writeBlob(Uuid::random());
-    main->database().exec("DROP TABLE clip_collection");
+    tamperWith(folder.path() / "main.store").exec("DROP TABLE clip_collection");
     LogCapture log;
     long long before = revision();
     store->deleteAll();
-    EXPECT_THAT(log.messages("library"), ElementsAre("deleteAll failed: no such table: clip_collection"));
+    EXPECT_THAT(log.messages("library"), ElementsAre("Save failed: no such table: clip_collection"));
     EXPECT_THAT(blobs().existingFilenames(), ElementsAre(blob));
     EXPECT_EQ(store->recentHashes().size(), 1u);
     EXPECT_EQ(revision(), before);
@@ -401,8 +399,8 @@ TEST_F(ClipStoreMaintenanceTest, SmallMutationsChangeTheirFieldsAndKeepTheMedia)
     };
     Uuid id = add("a", 1, nullptr, withMedia);
     Uuid secret = add("s", 1, vault, withMedia);
-    Clip expected = *main->clip(id);
-    Clip expectedSecret = *vault->clip(secret);
+    Clip expected = *must(main->clip(id));
+    Clip expectedSecret = *must(vault->clip(secret));
 
     long long before = revision();
     Date used = now().addingSeconds(5);
@@ -422,16 +420,16 @@ TEST_F(ClipStoreMaintenanceTest, SmallMutationsChangeTheirFieldsAndKeepTheMedia)
     expected.reminderDate = remind;
     expected.reminderAppBundleID = "org.example.Mail";
     expected.expansionTrigger = ";a";
-    EXPECT_EQ(*main->clip(id), expected);
+    EXPECT_EQ(*must(main->clip(id)), expected);
     expectedSecret.isPinned = true;
-    EXPECT_EQ(*vault->clip(secret), expectedSecret);
+    EXPECT_EQ(*must(vault->clip(secret)), expectedSecret);
 
     store->setReminder(id, std::nullopt, std::nullopt);
     store->setExpansionTrigger(id, std::nullopt);
     expected.reminderDate.reset();
     expected.reminderAppBundleID.reset();
     expected.expansionTrigger.reset();
-    EXPECT_EQ(*main->clip(id), expected);
+    EXPECT_EQ(*must(main->clip(id)), expected);
 
     before = revision();
     Uuid unknown = Uuid::random();
@@ -466,14 +464,14 @@ TEST_F(ClipStoreMaintenanceTest, WithAVaultSensitivityMovesTheWholeRecordAndDrop
         clip.isFavorite = true;
         clip.markUsed(now());
     });
-    Clip expected = *main->clip(id);
+    Clip expected = *must(main->clip(id));
     expected.isSensitive = true;
     expected.collectionIDs.clear();
 
     LogCapture log;
     store->setSensitive(id, true);
     EXPECT_EQ(dump(), "main:  | vault: a[fav,sens]") << "moved without a tombstone";
-    EXPECT_EQ(*vault->clip(id), expected);
+    EXPECT_EQ(*must(vault->clip(id)), expected);
     EXPECT_EQ(collectionsDump(), "Work:0()");
 
     long long before = revision();
@@ -483,7 +481,7 @@ TEST_F(ClipStoreMaintenanceTest, WithAVaultSensitivityMovesTheWholeRecordAndDrop
     store->setSensitive(id, false);
     expected.isSensitive = false;
     EXPECT_EQ(dump(), "main: a[fav] | vault: ");
-    EXPECT_EQ(*main->clip(id), expected);
+    EXPECT_EQ(*must(main->clip(id)), expected);
     EXPECT_THAT(log.messages("library"),
                 ElementsAre("Moved a clip into the local vault.", "Moved a clip out of the local vault."));
 
@@ -502,8 +500,8 @@ TEST_F(ClipStoreMaintenanceTest, ASyncedImageIsWrittenToTheBlobFolderOnce) {
     LogCapture log;
     store->storeSyncedImage(id);
     std::string expectedName = id.uuidString() + ".png";
-    EXPECT_EQ(main->clip(id)->blobFilename, expectedName);
-    EXPECT_EQ(main->clip(id)->fullImageData, (Data{9, 8, 7}));
+    EXPECT_EQ(must(main->clip(id))->blobFilename, expectedName);
+    EXPECT_EQ(must(main->clip(id))->fullImageData, (Data{9, 8, 7}));
     EXPECT_THAT(blobs().existingFilenames(), ElementsAre(expectedName));
     EXPECT_EQ(readWholeFile(blobs().url(expectedName)).bytes, std::string("\x09\x08\x07"));
 
@@ -539,7 +537,7 @@ TEST_F(ClipStoreMaintenanceTest, CollectionsAreCreatedInOrderRenamedReorderedAnd
     store->addClips({x}, c.id);
     EXPECT_EQ(revision(), before + 2);
     EXPECT_EQ(collectionsDump(), "C:0(x) A:1024(x,y) Bee:2048()") << "vault clips and tombstones never join";
-    EXPECT_THAT(vault->clip(secret)->collectionIDs, IsEmpty());
+    EXPECT_THAT(must(vault->clip(secret))->collectionIDs, IsEmpty());
 
     store->removeClips({x, secret}, a.id);
     EXPECT_EQ(collectionsDump(), "C:0(x) A:1024(y) Bee:2048()");
@@ -547,7 +545,7 @@ TEST_F(ClipStoreMaintenanceTest, CollectionsAreCreatedInOrderRenamedReorderedAnd
     store->deleteCollection(c.id);
     EXPECT_EQ(collectionsDump(), "A:1024(y) Bee:2048()");
     EXPECT_EQ(dump(), "main: x y gone[tomb] | vault: secret") << "the clips stay";
-    EXPECT_THAT(main->clip(x)->collectionIDs, IsEmpty());
+    EXPECT_THAT(must(main->clip(x))->collectionIDs, IsEmpty());
 
     before = revision();
     store->addClips({x}, c.id);
@@ -569,8 +567,8 @@ protected:
         board = store->createCollection("Board");
         board.setBoardColumns({"Todo", "Done"});
         board.viewMode = "board";
-        main->update(board);
-        ASSERT_FALSE(main->save());
+        must(main->update(board));
+        ASSERT_TRUE(main->save());
         double age = 5;
         for (const char* name : {"a", "b", "c", "x", "y"}) ids[name] = add(name, age--);
         store->addClips({ids["a"], ids["b"], ids["c"]}, board.id);
@@ -581,17 +579,17 @@ protected:
         return result;
     }
     void member(std::initializer_list<const char*> list) {
-        board = *main->collection(board.id);
+        board = *must(main->collection(board.id));
         for (const Uuid& id : clips(list)) board.clipIDs.push_back(id);
-        main->update(board);
-        ASSERT_FALSE(main->save());
+        must(main->update(board));
+        ASSERT_TRUE(main->save());
     }
     void setIndex(const char* name, const char* columnName, double index) {
-        Clip clip = *main->clip(ids[name]);
+        Clip clip = *must(main->clip(ids[name]));
         clip.boardColumn = columnName;
         clip.sortIndex = index;
-        main->update(clip);
-        ASSERT_FALSE(main->save());
+        must(main->update(clip));
+        ASSERT_TRUE(main->save());
     }
 };
 
@@ -599,7 +597,7 @@ TEST_F(ClipStoreMaintenanceBoardTest, AddedClipsQueueAtTheEndOfTheFirstColumn) {
     EXPECT_EQ(column("Todo"), "a:0 b:1024 c:2048");
     Collection plain = store->createCollection("Plain");
     store->addClips(clips({"x"}), plain.id);
-    EXPECT_EQ(main->clip(ids["x"])->boardColumn, std::nullopt) << "a collection without columns places nothing";
+    EXPECT_EQ(must(main->clip(ids["x"]))->boardColumn, std::nullopt) << "a collection without columns places nothing";
     store->addClips(clips({"x", "y", "a"}), board.id);
     EXPECT_EQ(column("Todo"), "a:0 b:1024 c:2048 x:3072 y:4096") << "a member already placed stays";
 }

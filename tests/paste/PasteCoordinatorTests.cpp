@@ -57,7 +57,7 @@ protected:
     int accessibilityRequests = 0;
 
     void SetUp() override {
-        auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
+        auto memory = *ModelContainer::openInMemory();
         store = std::make_unique<ClipStore>(loop, TamarindStores{std::move(memory), nullptr, false},
                                             BlobStore(folder.path() / "blobs"), "TEST");
         paste = std::make_unique<PasteService>(loop, PlatformForPaste{pasteboard, workspace, nullptr, &keys},

@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
     InMemoryDefaults defaults;
     AppearancePreferences appearance(defaults, loop);
     CapturePreferences preferences(defaults, loop);
-    auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
+    auto memory = *ModelContainer::openInMemory();
     ClipStore store(loop, TamarindStores{std::move(memory), nullptr, false}, BlobStore("/tmp/ui-shot-blobs"), "SHOT");
     CollectModeService collectMode(loop, store, BlobStore("/tmp/ui-shot-blobs"), preferences);
     Observable<bool> isPaused(loop, has("paused"));

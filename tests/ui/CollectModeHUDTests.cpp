@@ -21,7 +21,7 @@ protected:
     InMemoryDefaults defaults;
     CapturePreferences preferences{defaults, loop};
     std::unique_ptr<ClipStore> store = std::make_unique<ClipStore>(
-        loop, TamarindStores{std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory()), nullptr, false},
+        loop, TamarindStores{*ModelContainer::openInMemory(), nullptr, false},
         BlobStore(folder.path() / "blobs"), "TEST");
     CollectModeService collect{loop, *store, BlobStore(folder.path() / "blobs"), preferences};
     CollectModeHUD hud{collect};

@@ -68,7 +68,7 @@ protected:
     AppState& startApp() {
         Paths paths{folder_.path() / "share", folder_.path() / "config", folder_.path() / "cache"};
         workspace_ = std::make_unique<X11Workspace>(*x11_, std::vector<std::string>{});
-        auto memory = std::get<std::unique_ptr<ModelContainer>>(ModelContainer::openInMemory());
+        auto memory = *ModelContainer::openInMemory();
         app_ = std::make_unique<AppState>(loop_, defaults_, paths, PlatformServices{*clipboard_, *workspace_},
                                           TamarindStores{std::move(memory), nullptr, false});
         app_->start();

@@ -98,24 +98,18 @@ TEST_F(AppStateTest, AutoResumeArmsOnlyWhilePausedWithMinutesSet) {
     loop.advanceBy(5min);
     EXPECT_EQ(pauseState(), "running");
     EXPECT_EQ(log.messages("app").size(), 1u) << "no resume but the first is logged";
-}
 
-TEST_F(AppStateTest, CapturePausedAtQuitStaysPausedAndArmsFromTheLaunch) {
-    defaults.set(captureKeys::isPaused, true);
-    defaults.set(captureKeys::autoResumeMinutes, 5);
+    // Paused at quit: paused at the next launch, and armed from it.
+    state->togglePause();
+    loop.runUntilIdle();
+    state.reset();
     make();
     EXPECT_TRUE(*state->isCapturePaused());
     state->start();
     loop.runUntilIdle();
     EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused, armed");
-    copy("while paused");
-    loop.advanceBy(4min);
-    EXPECT_EQ(stored(), "");
-    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused, armed");
-    loop.advanceBy(1min);
+    loop.advanceBy(5min);
     EXPECT_EQ(pauseState(), "running");
-    copy("after resuming");
-    EXPECT_EQ(stored(), "after resuming");
 }
 
 TEST_F(AppStateTest, TogglePauseSavesTheSettingBeforeTheMonitorMoves) {
@@ -165,20 +159,6 @@ TEST_F(AppStateTest, AnyOneLimitSettingRebuildsAllOfTheLimits) {
     state->preferences().setSensitiveHandling(SensitiveHandling::skip);
     loop.runUntilIdle();
     EXPECT_EQ(limits(), "min 3, max 0, ignores, skip");
-}
-
-TEST_F(AppStateTest, CopiesRunTheRulesOfTheRuleStoreReadAnewEachTime) {
-    make();
-    SmartRule favorite = SmartRule::makeNew();
-    favorite.isEnabled = true;
-    favorite.conditions = {RuleCondition{Uuid::random(), RuleCondition::Field::textContains, "invoice"}};
-    favorite.actions = {RuleAction::markFavorite()};
-    state->rules().setRules({favorite});
-    state->start();
-    copy("invoice 7");
-    state->rules().setRules({});
-    copy("invoice 8");
-    EXPECT_EQ(stored(), "invoice 7[fav], invoice 8");
 }
 
 // --- collect mode, wired as the app wires it ---
@@ -244,15 +224,6 @@ TEST_F(AppStateTest, NothingCollectedStoresNothingAndCancelDropsTheStack) {
               (std::vector<std::string>{"Collect mode on.", "Collect mode off; nothing was collected.",
                                         "Collect mode on.", "Collected item 1.", "Collect mode cancelled.",
                                         "Collect mode off; nothing was collected."}));
-}
-
-TEST_F(AppStateTest, AnExcludedApplicationsCopyIsRefusedNotCollected) {
-    make();
-    state->start();
-    state->collectMode().begin();
-    copy("secret", "org.keepassxc.KeePassXC");
-    EXPECT_TRUE(state->collectMode().payload().value().items.empty());
-    EXPECT_EQ(state->capture().rejectedThisSession().value(), 1);
 }
 
 TEST_F(AppStateTest, APauseSavedByAnotherProgramPausesTheRunningCapture) {
@@ -338,18 +309,10 @@ TEST_F(AppStateTest, HotkeysReachThePastesAndTheHUDAndOutsideChangesMoveThem) {
     EXPECT_FALSE(hotKeys.isRegistered(mine));
     EXPECT_FALSE(state->pasteCoordinator()->bindings().isBound(id));
 
-    // A slot moved onto keys another program holds: said so, and kept for the next start.
-    Shortcut taken = Shortcut::withFlags(35, commandControl);
-    hotKeys.taken.push_back(taken);
-    EXPECT_NE(state->setShortcut("pasteSlot3", taken).find("held by another program"), std::string::npos);
-    EXPECT_EQ(state->shortcuts()->getShortcut("pasteSlot3"), taken);
-    auto states = state->shortcutStates();
-    EXPECT_EQ(states["pasteSlot3"], "taken");
-    EXPECT_EQ(states["pasteSlot0"], "active");
-    EXPECT_EQ(states["toggleLibrary"], "unused") << "no window answers it in this build";
+    // Keys another program holds, and the states the command line lists, are tried on X11.
     EXPECT_EQ(state->resetShortcut("pasteSlot3"), "") << "a slot has no declared default: reset clears it";
     EXPECT_FALSE(state->shortcuts()->getShortcut("pasteSlot3"));
-    EXPECT_EQ(state->setShortcut("noSuchHotkey", taken), "no shortcut is named noSuchHotkey");
+    EXPECT_EQ(state->setShortcut("noSuchHotkey", mine), "no shortcut is named noSuchHotkey");
 }
 
 }  // namespace

@@ -4,13 +4,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <X11/keysym.h>
-#include <xcb/xcb_keysyms.h>
-#include <xcb/xtest.h>
-
 #include <chrono>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "support/Images.h"
@@ -25,22 +20,7 @@ class HotkeyPasteTest : public DesktopAppTest {
 protected:
     void SetUp() override {
         DesktopAppTest::SetUp();
-        if (IsSkipped() || HasFatalFailure()) return;
-        for (int attempt = 0; attempt < 40 && !keyboard_; ++attempt) {
-            xcb_connection_t* connection = xcb_connect(session_.display().c_str(), nullptr);
-            if (xcb_connection_has_error(connection)) {
-                xcb_disconnect(connection);
-                std::this_thread::sleep_for(50ms);
-                continue;
-            }
-            keyboard_ = connection;
-        }
-        ASSERT_TRUE(keyboard_) << "no connection to " << session_.display();
-        symbols_ = xcb_key_symbols_alloc(keyboard_);
-    }
-    void TearDown() override {
-        if (symbols_) xcb_key_symbols_free(symbols_);
-        if (keyboard_) xcb_disconnect(keyboard_);
+        if (!IsSkipped() && !HasFatalFailure()) keyboard_ = std::make_unique<OtherClient>(session_.display());
     }
 
     std::string add(std::vector<std::string> arguments) {
@@ -86,28 +66,11 @@ protected:
         return Json();
     }
 
-    // Presses the keys in order and releases them in reverse, as a hand on the keyboard does,
-    // holding them for `hold`.
-    void press(std::initializer_list<xcb_keysym_t> keys, std::chrono::milliseconds hold = 0ms) {
-        std::vector<xcb_keycode_t> codes;
-        for (xcb_keysym_t symbol : keys) {
-            xcb_keycode_t* found = xcb_key_symbols_get_keycode(symbols_, symbol);
-            ASSERT_TRUE(found && *found) << "no key for keysym " << symbol;
-            codes.push_back(*found);
-            std::free(found);
-        }
-        for (xcb_keycode_t code : codes)
-            xcb_test_fake_input(keyboard_, XCB_KEY_PRESS, code, XCB_CURRENT_TIME, XCB_WINDOW_NONE, 0, 0, 0);
-        xcb_flush(keyboard_);
-        std::this_thread::sleep_for(hold);
-        for (auto code = codes.rbegin(); code != codes.rend(); ++code)
-            xcb_test_fake_input(keyboard_, XCB_KEY_RELEASE, *code, XCB_CURRENT_TIME, XCB_WINDOW_NONE, 0, 0, 0);
-        xcb_flush(keyboard_);
-    }
+    void press(std::initializer_list<xcb_keysym_t> keys) { keyboard_->press(keys); }
     void pressSlot(xcb_keysym_t digit, bool withShift = false) {
         // Held a while, as a hand does: Shift is read when the hotkey arrives, and the paste
         // keystroke waits for the keys to be up.
-        if (withShift) return press({XK_Shift_L, XK_Super_L, XK_Control_L, digit}, 600ms);
+        if (withShift) return keyboard_->press({XK_Shift_L, XK_Super_L, XK_Control_L, digit}, 600ms);
         press({XK_Super_L, XK_Control_L, digit});
     }
 
@@ -124,8 +87,7 @@ protected:
         return false;
     }
 
-    xcb_connection_t* keyboard_ = nullptr;
-    xcb_key_symbols_t* symbols_ = nullptr;
+    std::unique_ptr<OtherClient> keyboard_;
     pid_t app_ = -1;
     pid_t target_ = -1;
 };
@@ -276,14 +238,7 @@ TEST_F(HotkeyPasteTest, TheRestorePutsBackEveryTargetTheClipboardHadAndAClosedWi
 
 TEST_F(HotkeyPasteTest, AHotkeyAnotherProgramHoldsIsReportedAndTheOthersWork) {
     // Another client holds Super+Ctrl+3.
-    xcb_keycode_t* three = xcb_key_symbols_get_keycode(symbols_, XK_3);
-    ASSERT_TRUE(three);
-    xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(keyboard_)).data->root;
-    xcb_void_cookie_t grab = xcb_grab_key_checked(keyboard_, 1, root, XCB_MOD_MASK_4 | XCB_MOD_MASK_CONTROL, *three,
-                                                  XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
-    std::free(three);
-    xcb_generic_error_t* refused = xcb_request_check(keyboard_, grab);
-    ASSERT_FALSE(refused);
+    ASSERT_EQ(keyboard_->grab(keyboard_->keycode(XK_3), {XCB_MOD_MASK_4 | XCB_MOD_MASK_CONTROL}), std::vector<bool>{true});
     for (const char* text : {"third", "second", "first"}) ASSERT_FALSE(add({text}).empty());
     startApp();
     EXPECT_NE(appLogText().find("Error registering hotkey Super+Ctrl+3: 10"), std::string::npos) << appLogText();

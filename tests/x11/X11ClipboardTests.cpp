@@ -3,22 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#include <X11/keysym.h>
-#include <xcb/xcb_keysyms.h>
-#include <xcb/xtest.h>
-
 #include <fstream>
-#include <thread>
 
 #include "app/AppState.h"
-#include "foundation/PollMainLoop.h"
 #include "foundation/ImageCodec.h"
 #include "platform/x11/X11Clipboard.h"
 #include "platform/x11/X11KeySender.h"
 #include "platform/x11/X11Workspace.h"
 #include "support/Images.h"
-#include "support/TemporaryFolder.h"
-#include "support/X11Session.h"
 #include "x11/X11Fixtures.h"
 
 namespace tamarind {
@@ -237,21 +229,15 @@ TEST_F(X11ClipboardTest, ThePasteKeystrokeWaitsForTheHotkeysModifiersAndSuitsTer
 
     // Super still held from the hotkey: the keystroke waits for its release.
     openWindow("kitty");
-    xcb_key_symbols_t* symbols = xcb_key_symbols_alloc(x11_->connection());
-    xcb_keycode_t* found = xcb_key_symbols_get_keycode(symbols, XK_Super_L);
-    ASSERT_TRUE(found && *found);
-    xcb_keycode_t super = *found;
-    std::free(found);
-    xcb_key_symbols_free(symbols);
-    xcb_test_fake_input(x11_->connection(), XCB_KEY_PRESS, super, XCB_CURRENT_TIME, XCB_WINDOW_NONE, 0, 0, 0);
-    x11_->flush();
+    OtherClient hand(session_.display());
+    xcb_keycode_t super = hand.keycode(XK_Super_L);
+    hand.down(super);
     runUntil([] { return false; }, 0.1);
     send();
     runUntil([] { return false; }, 0.2);
     EXPECT_FALSE(isSent) << "sent while Super was down";
     EXPECT_EQ(keysPasted("kitty"), "");
-    xcb_test_fake_input(x11_->connection(), XCB_KEY_RELEASE, super, XCB_CURRENT_TIME, XCB_WINDOW_NONE, 0, 0, 0);
-    x11_->flush();
+    hand.up(super);
     ASSERT_TRUE(runUntil([&] { return isSent && !keysPasted("kitty").empty(); }));
     EXPECT_EQ(keysPasted("kitty"), "ctrl+shift+v") << "a terminal gets Ctrl+Shift+V";
 }

@@ -122,48 +122,30 @@ TEST(Defaults, IntegerAndDoubleConvertNumbersBooleansAndNumericStrings) {
 
 TEST(Defaults, StringRendersNumbersAndTheOtherReadersWantTheirOwnTypeOrGiveNothing) {
     InMemoryDefaults defaults(PlistDictionary{
-        {"strings", PlistArray{"a", "", "c"}},
-        {"empty", PlistArray{}},
-        {"mixed", PlistArray{"a", 1}},
-        {"nested", PlistArray{"a", PlistArray{"b"}}},
-        {"string", "text"},
-        {"integer", -42},
-        {"double", 0.1},
-        {"wholeDouble", 2.0},
-        {"true", true},
-        {"data", Data{1, 2}},
-        {"date", Date::fromReferenceSeconds(10)},
-        {"array", PlistArray{"a"}},
-        {"dictionary", PlistDictionary{{"k", 1}}},
-    });
-    EXPECT_EQ(defaults.string("string"), "text");
-    EXPECT_EQ(defaults.string("integer"), "-42");
-    EXPECT_EQ(defaults.string("double"), "0.1");
-    EXPECT_EQ(defaults.string("wholeDouble"), "2");
-    EXPECT_EQ(defaults.string("true"), "1");
-    EXPECT_FALSE(defaults.string("data"));
-    EXPECT_FALSE(defaults.string("date"));
-    EXPECT_FALSE(defaults.string("array"));
+        {"strings", PlistArray{"a", "", "c"}}, {"empty", PlistArray{}}, {"mixed", PlistArray{"a", 1}},
+        {"nested", PlistArray{"a", PlistArray{"b"}}}, {"string", "text"}, {"integer", -42}, {"double", 0.1},
+        {"wholeDouble", 2.0}, {"true", true}, {"data", Data{1, 2}}, {"date", Date::fromReferenceSeconds(10)},
+        {"dictionary", PlistDictionary{{"k", 1}}}});
+    std::string shown;
+    for (const char* key : {"string", "integer", "double", "wholeDouble", "true", "data", "date", "strings", "absent"})
+        shown += std::string(key) + "=" + defaults.string(key).value_or("none") + " ";
+    EXPECT_EQ(shown, "string=text integer=-42 double=0.1 wholeDouble=2 true=1 data=none date=none strings=none "
+                     "absent=none ");
 
     EXPECT_EQ(defaults.data("data"), (Data{1, 2}));
-    EXPECT_FALSE(defaults.data("string"));
     EXPECT_EQ(defaults.date("date"), Date::fromReferenceSeconds(10));
-    EXPECT_FALSE(defaults.date("double"));
-    EXPECT_EQ(PlistValue(*defaults.array("array")), PlistValue(PlistArray{"a"}));
-    EXPECT_FALSE(defaults.array("dictionary"));
     EXPECT_EQ(PlistValue(*defaults.dictionary("dictionary")), PlistValue(PlistDictionary{{"k", 1}}));
-    EXPECT_FALSE(defaults.dictionary("array"));
+    EXPECT_EQ(PlistValue(*defaults.array("nested")), PlistValue(PlistArray{"a", PlistArray{"b"}}));
+    EXPECT_FALSE(defaults.data("string") || defaults.date("double") || defaults.array("dictionary") ||
+                 defaults.dictionary("strings"));
 
     // A string array needs every element to be a string.
     EXPECT_EQ(defaults.stringArray("strings"), (std::vector<std::string>{"a", "", "c"}));
     EXPECT_EQ(defaults.stringArray("empty"), std::vector<std::string>{});
-    EXPECT_FALSE(defaults.stringArray("mixed"));
-    EXPECT_FALSE(defaults.stringArray("nested"));
-    EXPECT_FALSE(defaults.stringArray("string"));
-
+    EXPECT_FALSE(defaults.stringArray("mixed") || defaults.stringArray("nested") || defaults.stringArray("string"));
     // An absent key reads as false, zero or nothing.
-    EXPECT_FALSE(defaults.boolValue("absent") || defaults.integer("absent") || defaults.doubleValue("absent"));
-    EXPECT_FALSE(defaults.string("absent") || defaults.data("absent") || defaults.stringArray("absent"));
+    EXPECT_FALSE(defaults.boolValue("absent") || defaults.integer("absent") || defaults.doubleValue("absent") ||
+                 defaults.data("absent") || defaults.stringArray("absent"));
 }
 
 TEST(DefaultsObservers, HearEverySetAndRemoveAfterTheChange) {

@@ -1,5 +1,6 @@
-// The hotkey table and the hotkey layer: stored form, defaults that stay cleared, reset, the
-// change notification, refused combinations, and the text form users type.
+// The hotkey table and the hotkey layer: stored form, slot defaults that stay cleared, the change
+// notification, refused combinations, and the text form users type. A declared default cleared,
+// reset and overridden by a stored value is tried through the command line, a process a step.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -72,20 +73,6 @@ TEST_F(GlobalShortcutsTest, SlotDefaultsAreInstalledOnceSoAClearedSlotStaysClear
     installSlotDefaults(*shortcuts, defaults);
     EXPECT_FALSE(shortcuts->getShortcut("pasteSlot4"));
     EXPECT_EQ(shortcuts->getShortcut("pasteSlot5"), slotDefaultShortcut(5));
-}
-
-TEST_F(GlobalShortcutsTest, ADeclaredDefaultStaysAwayOnceClearedAndResetBringsItBack) {
-    EXPECT_EQ(shortcuts->getShortcut("quickPaste"), Shortcut::withFlags(9, kCommandControl));
-    shortcuts->setShortcut(std::nullopt, "quickPaste");
-    ASSERT_TRUE(stored("quickPaste"));
-    EXPECT_EQ(*stored("quickPaste"), PlistValue(false));
-    EXPECT_FALSE(make()->getShortcut("quickPaste"));
-    shortcuts->reset("quickPaste");
-    EXPECT_EQ(shortcuts->getShortcut("quickPaste"), Shortcut::withFlags(9, kCommandControl));
-
-    // A stored value wins over the default.
-    defaults.set(std::string(kKeyboardShortcutsKeyPrefix) + "toggleShelf", PlistValue(R"({"carbonKeyCode":49,"carbonModifiers":2048})"));
-    EXPECT_EQ(make()->getShortcut("toggleShelf")->description(), "Alt+Space");
 }
 
 TEST_F(GlobalShortcutsTest, HandlersFollowTheirShortcutAndEveryChangeIsAnnounced) {

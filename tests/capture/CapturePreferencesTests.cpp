@@ -15,27 +15,21 @@ TEST(CapturePreferences, StoredValuesFollowTheReadingRules) {
         EXPECT_EQ(*preferences.maximumClipCount(), 10000) << stored;
         EXPECT_EQ(*preferences.maximumAgeInDays(), std::nullopt) << stored;
     }
+    // A Boolean stored false where the default is true, an emptied list, a negative size, and raw
+    // values that name no case (the enums share one reading).
     InMemoryDefaults defaults({{captureKeys::ocrEnabled, false},
-                               {captureKeys::sensitiveDetectionEnabled, false},
                                {captureKeys::excludedBundleIDs, PlistArray{}},
                                {captureKeys::maximumMegabytes, -2.0},
                                {captureKeys::maximumAgeInDays, 30},
-                               {captureKeys::maximumClipCount, 50},
                                {captureKeys::preferredColorFormat, "cmyk"},
-                               {captureKeys::multiClipJoiner, "comma"},
-                               {captureKeys::sensitiveHandling, "shred"},
-                               {captureKeys::isPaused, true}});
+                               {captureKeys::sensitiveHandling, "shred"}});
     CapturePreferences preferences(defaults, loop);
     EXPECT_FALSE(*preferences.isOCREnabled());
-    EXPECT_FALSE(*preferences.isSensitiveDetectionEnabled());
     EXPECT_TRUE(preferences.excludedBundleIDs()->empty()) << "an emptied list must not refill itself";
     EXPECT_EQ(*preferences.maximumMegabytes(), 0);
     EXPECT_EQ(*preferences.maximumAgeInDays(), 30);
-    EXPECT_EQ(*preferences.maximumClipCount(), 50);
     EXPECT_EQ(*preferences.preferredColorFormat(), ColorFormat::hex);
-    EXPECT_EQ(*preferences.multiClipJoiner(), MultiClipJoiner::comma);
     EXPECT_EQ(*preferences.sensitiveHandling(), SensitiveHandling::storeBlurred);
-    EXPECT_TRUE(*preferences.isPaused());
 
     InMemoryDefaults mixed({{captureKeys::excludedBundleIDs, PlistArray{"a", 1}}});
     EXPECT_EQ(*CapturePreferences(mixed, loop).excludedBundleIDs(), CapturePreferences::defaultExcludedBundleIDs())

@@ -46,6 +46,13 @@ bool holds(Field field, std::string value, const RuleSubject& subject) {
     return when(field, std::move(value)).matches(subject);
 }
 
+// '1' for each value the condition on the field holds with, '0' for each it does not.
+std::string holding(Field field, const RuleSubject& subject, std::initializer_list<std::string> values) {
+    std::string out;
+    for (const std::string& value : values) out += holds(field, value, subject) ? '1' : '0';
+    return out;
+}
+
 RuleSubject textSubject(std::string text) {
     RuleSubject subject;
     subject.text = std::move(text);
@@ -115,31 +122,21 @@ TEST(RuleCondition, BlankValuesNeverHoldAndPaddedOnesAreTrimmed) {
 TEST(RuleCondition, KindAndAppAreEqualIgnoringCaseAndTextIsSearchedWithoutCase) {
     RuleSubject subject = textSubject("Invoice #4521\ndue Friday, Straße");
     subject.kind = ClipKind::richText;
-    EXPECT_TRUE(holds(Field::contentType, "RICHTEXT", subject));
-    EXPECT_FALSE(holds(Field::contentType, "Rich Text", subject));  // the label is not the raw string
-
+    EXPECT_EQ(holding(Field::contentType, subject, {"RICHTEXT", "Rich Text"}), "10") << "the raw string, not the label";
     EXPECT_FALSE(holds(Field::sourceApp, "Firefox", subject));
     subject.sourceAppBundleID = "org.mozilla.firefox";
     subject.sourceAppName = "Firefox";
-    EXPECT_TRUE(holds(Field::sourceApp, "ORG.Mozilla.Firefox", subject));
-    EXPECT_TRUE(holds(Field::sourceApp, "firefox", subject));
-    EXPECT_FALSE(holds(Field::sourceApp, "mozilla", subject));  // equality, not containment
-
-    EXPECT_TRUE(holds(Field::textMatchesRegex, "invoice\\s+#\\d{4}", subject));  // anywhere, not the whole text
-    // Only the case-insensitive option: ^ is the start of the text, . stops at a newline.
-    EXPECT_FALSE(holds(Field::textMatchesRegex, "^due", subject));
-    EXPECT_FALSE(holds(Field::textMatchesRegex, "4521.due", subject));
-    EXPECT_FALSE(holds(Field::textMatchesRegex, "[unbalanced", subject));
-
-    EXPECT_TRUE(holds(Field::textContains, "DUE friday", subject));
-    EXPECT_TRUE(holds(Field::textContains, "STRASSE", subject));
-    subject.text = "Café";
-    EXPECT_FALSE(holds(Field::textContains, "cafe", subject));  // diacritics count
-
+    EXPECT_EQ(holding(Field::sourceApp, subject, {"ORG.Mozilla.Firefox", "firefox", "mozilla"}), "110")
+        << "the bundle ID or the name, equal and not contained";
+    // Anywhere in the text, with only the case-insensitive option: ^ is the start of the text, and
+    // . stops at a newline.
+    EXPECT_EQ(holding(Field::textMatchesRegex, subject, {"invoice\\s+#\\d{4}", "^due", "4521.due", "[unbalanced"}),
+              "1000");
+    EXPECT_EQ(holding(Field::textContains, subject, {"DUE friday", "STRASSE", "Strasse!"}), "110");
+    EXPECT_FALSE(holds(Field::textContains, "cafe", textSubject("Café"))) << "diacritics count";
     RuleSubject image;
     image.kind = ClipKind::image;
-    EXPECT_FALSE(holds(Field::textMatchesRegex, ".*", image));
-    EXPECT_FALSE(holds(Field::textContains, "x", image));
+    EXPECT_EQ(holding(Field::textMatchesRegex, image, {".*"}) + holding(Field::textContains, image, {"x"}), "00");
 }
 
 TEST(RuleCondition, UrlDomainMatchesWholeLabelsOfTheHost) {
@@ -147,15 +144,14 @@ TEST(RuleCondition, UrlDomainMatchesWholeLabelsOfTheHost) {
     link.kind = ClipKind::link;
     link.urlString = "https://www.Example.com:8443/path?q=1";
     link.text = "https://other.org";  // the URL wins over the text
-    EXPECT_TRUE(holds(Field::urlDomain, "EXAMPLE.com", link));
-    EXPECT_TRUE(holds(Field::urlDomain, "www.example.com", link));
-    EXPECT_FALSE(holds(Field::urlDomain, "ample.com", link));
-    EXPECT_FALSE(holds(Field::urlDomain, "other.org", link));
-    EXPECT_FALSE(holds(Field::urlDomain, "www.example.com:8443", link));
-
-    EXPECT_TRUE(holds(Field::urlDomain, "example.org", textSubject("http://docs.EXAMPLE.org/a")));
-    EXPECT_FALSE(holds(Field::urlDomain, "example.org", textSubject("see http://example.org")));  // not a URL
-    EXPECT_FALSE(holds(Field::urlDomain, "example.org", textSubject("mailto:ann@example.org")));  // no host
+    EXPECT_EQ(holding(Field::urlDomain, link, {"EXAMPLE.com", "www.example.com", "ample.com", "other.org",
+                                                 "www.example.com:8443"}),
+              "11000");
+    // Without a URL, the text if it is one, with a host.
+    std::string fromText;
+    for (const char* text : {"http://docs.EXAMPLE.org/a", "see http://example.org", "mailto:ann@example.org"})
+        fromText += holds(Field::urlDomain, "example.org", textSubject(text)) ? '1' : '0';
+    EXPECT_EQ(fromText, "100");
     EXPECT_FALSE(holds(Field::urlDomain, "example.org", RuleSubject{}));
 }
 
@@ -163,17 +159,15 @@ TEST(RuleCondition, ImageSizeComparesWithADecimalInteger) {
     RuleSubject subject;
     subject.imageWidth = 800;
     subject.imageHeight = 100;
-    EXPECT_FALSE(holds(Field::imageWidthGreaterThan, "800", subject));
-    EXPECT_TRUE(holds(Field::imageWidthGreaterThan, "+0799", subject));
-    EXPECT_FALSE(holds(Field::imageHeightGreaterThan, "100", subject));
-    EXPECT_TRUE(holds(Field::imageHeightGreaterThan, "99", subject));
-    // Not decimal integers: each would pass a laxer parser and compare as something below 800.
-    for (std::string bad : {"7e2", "799px", "0x10", "+-1", "--1", "1 0", "799.5", "٧٩٩", "-", "+"})
-        EXPECT_FALSE(holds(Field::imageWidthGreaterThan, bad, subject)) << bad;
+    // After the boundary, values that are no decimal integers: each would pass a laxer parser and
+    // compare as something below 800.
+    EXPECT_EQ(holding(Field::imageWidthGreaterThan, subject,
+                      {"800", "+0799", "7e2", "799px", "0x10", "+-1", "--1", "1 0", "799.5", "٧٩٩", "-", "+"}),
+              "010000000000");
+    EXPECT_EQ(holding(Field::imageHeightGreaterThan, subject, {"100", "99"}), "01");
 
     RuleSubject unsized;
-    EXPECT_TRUE(holds(Field::imageWidthGreaterThan, "-9223372036854775808", unsized));
-    EXPECT_FALSE(holds(Field::imageWidthGreaterThan, "0", unsized));
+    EXPECT_EQ(holding(Field::imageWidthGreaterThan, unsized, {"-9223372036854775808", "0"}), "10");
     // One past the range does not parse, rather than saturating.
     unsized.imageWidth = LLONG_MAX;
     EXPECT_FALSE(holds(Field::imageWidthGreaterThan, "-9223372036854775809", unsized));

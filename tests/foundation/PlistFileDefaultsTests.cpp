@@ -50,15 +50,11 @@ PlistDictionary everyType() {
     return PlistDictionary{
         {"bool.true", true},
         {"bool.false", false},
-        {"int.zero", 0},
-        {"int.two", 2},
         {"int.negative", -5},
         {"int.min", std::numeric_limits<std::int64_t>::min()},
         {"int.max", std::numeric_limits<std::int64_t>::max()},
         {"real.two", 2.0},
         {"real.tenth", 0.1},
-        {"real.third", 1.0 / 3},
-        {"real.tiny", 1e-300},
         {"real.subnormal", std::numeric_limits<double>::denorm_min()},
         {"real.max", std::numeric_limits<double>::max()},
         {"real.negativeZero", -0.0},
@@ -75,7 +71,6 @@ PlistDictionary everyType() {
         {"data.everyByte", everyByte},
         {"date.fraction", Date::fromReferenceSeconds(817000000.123456789)},
         {"date.2200", date("2200-06-01T12:00:00.5Z")},
-        {"date.reference", Date::fromReferenceSeconds(0)},
         {"date.1018", Date::fromReferenceSeconds(-3.1e10)},
         {"date.beforeReference", Date::fromReferenceSeconds(-99.75)},
         {"nested.array",
@@ -84,7 +79,6 @@ PlistDictionary everyType() {
         {"nested.dictionary", PlistDictionary{{"inner", PlistDictionary{{"list", PlistArray{true, -0.0}}}}}},
         {"", "the empty key"},
         {"<key>&amp;</key>", "a key with markup"},
-        {"ключ", "a key in Cyrillic"},
     };
 }
 
@@ -281,14 +275,6 @@ TEST(PlistCodec, NestingIsCappedAlikeForWritingAndReading) {
     EXPECT_EQ(decoded.error, "it is nested too deeply");
 }
 
-TEST_F(PlistFileDefaultsTest, AMissingFileStartsEmptyQuietlyAndWritesNothingUntilAChange) {
-    LogCapture capture;
-    PlistFileDefaults defaults(folder_ / "not" / "yet" / "defaults.plist");
-    EXPECT_TRUE(defaults.dictionaryRepresentation().empty());
-    EXPECT_TRUE(capture.records().empty());
-    EXPECT_TRUE(listing(folder_).empty());
-}
-
 TEST_F(PlistFileDefaultsTest, AnUnreadableFileIsKeptAsideUnchangedAndTheSettingsStartEmpty) {
     std::string written = *encodePlistXml(PlistDictionary{{"a", "some setting"}, {"b", 2}});
     struct Case {
@@ -342,9 +328,13 @@ TEST_F(PlistFileDefaultsTest, AFileKeptEarlierIsNeverReplaced) {
     EXPECT_FALSE(fs::exists(path_));
 }
 
-TEST_F(PlistFileDefaultsTest, WritesAPrivateFileInPrivateFoldersItCreates) {
+TEST_F(PlistFileDefaultsTest, AMissingFileStartsEmptyQuietlyAndAChangeWritesItPrivatelyInPrivateFolders) {
+    LogCapture capture;
     fs::path path = folder_ / "config" / "tamarind" / "defaults.plist";
     PlistFileDefaults defaults(path);
+    EXPECT_TRUE(defaults.dictionaryRepresentation().empty());
+    EXPECT_TRUE(capture.records().empty());
+    EXPECT_TRUE(listing(folder_).empty()) << "nothing is written until a change";
     defaults.set("key", "value");
     EXPECT_EQ(permissions(folder_ / "config"), 0700u);
     EXPECT_EQ(permissions(folder_ / "config" / "tamarind"), 0700u);

@@ -54,7 +54,6 @@ protected:
     std::unique_ptr<PasteService> paste;
     std::unique_ptr<KeyboardShortcuts> shortcuts;
     std::unique_ptr<PasteCoordinator> coordinator;
-    int accessibilityRequests = 0;
 
     void SetUp() override {
         auto memory = *ModelContainer::openInMemory();
@@ -63,8 +62,8 @@ protected:
         paste = std::make_unique<PasteService>(loop, PlatformForPaste{pasteboard, workspace, nullptr, &keys},
                                                BlobStore(folder.path() / "blobs"), preferences);
         shortcuts = std::make_unique<KeyboardShortcuts>(defaults, loop, hotKeys, declaredDefaultShortcut);
-        coordinator = std::make_unique<PasteCoordinator>(loop, *store, *paste, hud, *shortcuts, defaults, &keys,
-                                                         [this] { ++accessibilityRequests; });
+        coordinator =
+            std::make_unique<PasteCoordinator>(loop, *store, *paste, hud, *shortcuts, defaults, &keys, [] {});
         coordinator->registerShortcuts();
         workspace.frontmost = RunningApplication{"org.gnome.TextEditor", "Text Editor", 0x400001};
     }
@@ -120,7 +119,16 @@ TEST_F(PasteCoordinatorTest, SlotsPasteTheTenNewestAndSayWhichOrThatTheSlotIsEmp
     EXPECT_EQ(lastHUD(), "textformat | Pasted slot 1 as plain text | three");
 }
 
-TEST_F(PasteCoordinatorTest, PasteNextWalksBackAndStartsOverAfterAPauseOrAnOutsideCopy) {
+// The grant missing is the app's test, with its alert.
+TEST_F(PasteCoordinatorTest, WithNoApplicationToPasteIntoTheClipIsOnlyCopied) {
+    copy({"hello"});
+    workspace.frontmost.reset();
+    press(slotDefaultShortcut(0));
+    EXPECT_EQ(lastHUD(), "doc.on.clipboard | Copied to the clipboard | No app to paste into");
+}
+
+// The pause that starts a run over is tried on the cursor above.
+TEST_F(PasteCoordinatorTest, PasteNextWalksBackWrapsAndStartsOverAfterAnOutsideCopy) {
     copy({"a", "b", "c"});
     std::vector<std::string> pasted;
     auto next = [&] {
@@ -129,41 +137,11 @@ TEST_F(PasteCoordinatorTest, PasteNextWalksBackAndStartsOverAfterAPauseOrAnOutsi
         loop.advanceBy(kPasteActivationWait);
         pasted.push_back(pasteboard.currentText().value_or("?") + " " + hud.shown.back().subtitle.value_or(""));
     };
-    next();
-    next();
-    next();
-    next();
-    EXPECT_THAT(pasted, ElementsAre("c 1 of 3", "b 2 of 3", "a 3 of 3", "c 1 of 3"));
-
-    loop.advanceBy(std::chrono::milliseconds(5100));
-    pasted.clear();
-    next();
-    EXPECT_THAT(pasted, ElementsAre("c 1 of 3")) << "after 5.1 s the run starts at the newest";
-    next();
+    for (int press = 0; press < 5; ++press) next();
     copy({"outside"});
     pasteboard.copyText("outside");
     next();
-    EXPECT_THAT(pasted, ElementsAre("c 1 of 3", "b 2 of 3", "outside 1 of 4"));
-}
-
-TEST_F(PasteCoordinatorTest, OutcomesOtherThanAPasteShowTheirOwnMessages) {
-    copy({"hello"});
-    workspace.frontmost.reset();
-    press(slotDefaultShortcut(0));
-    EXPECT_EQ(lastHUD(), "doc.on.clipboard | Copied to the clipboard | No app to paste into");
-
-    FakePermissions denied;
-    PasteService blocked(loop, PlatformForPaste{pasteboard, workspace, &denied, &keys}, BlobStore(folder.path()),
-                         preferences);
-    KeyboardShortcuts otherShortcuts(defaults, loop, hotKeys, declaredDefaultShortcut);
-    coordinator.reset();
-    PasteCoordinator withoutGrant(loop, *store, blocked, hud, otherShortcuts, defaults, &keys,
-                                  [this] { ++accessibilityRequests; });
-    workspace.frontmost = RunningApplication{"org.gnome.TextEditor", "Text Editor", 0x400001};
-    withoutGrant.pasteSlot(0);
-    loop.runUntilIdle();
-    EXPECT_EQ(lastHUD(), "lock.shield | Copied — paste needs Accessibility | Open Settings to grant it | error");
-    EXPECT_EQ(accessibilityRequests, 1);
+    EXPECT_THAT(pasted, ElementsAre("c 1 of 3", "b 2 of 3", "a 3 of 3", "c 1 of 3", "b 2 of 3", "outside 1 of 4"));
 }
 
 TEST_F(PasteCoordinatorTest, AClipsOwnShortcutPastesItUntilTheClipIsDeleted) {

@@ -6,17 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include <X11/keysym.h>
-#include <xcb/xcb_keysyms.h>
-#include <xcb/xtest.h>
-
-#include <cstdlib>
 #include <initializer_list>
-#include <thread>
 
-#include "foundation/PollMainLoop.h"
 #include "platform/x11/X11HotKeys.h"
-#include "support/X11Session.h"
 #include "x11/X11Fixtures.h"
 
 namespace tamarind {
@@ -26,86 +18,6 @@ constexpr int kKey1 = 18, kKey2 = 19, kKey3 = 20;  // the macOS virtual key code
 const Shortcut kSuperCtrl1 = Shortcut::withFlags(kKey1, ModifierFlag::command | ModifierFlag::control);
 const Shortcut kSuperCtrl2 = Shortcut::withFlags(kKey2, ModifierFlag::command | ModifierFlag::control);
 const Shortcut kSuperCtrl3 = Shortcut::withFlags(kKey3, ModifierFlag::command | ModifierFlag::control);
-
-// Another X client: it types through XTest and can grab keys of its own.
-class OtherClient {
-public:
-    explicit OtherClient(const std::string& display) {
-        connection_ = xcb_connect(display.c_str(), nullptr);
-        root_ = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data->root;
-        symbols_ = xcb_key_symbols_alloc(connection_);
-    }
-    ~OtherClient() {
-        xcb_key_symbols_free(symbols_);
-        xcb_disconnect(connection_);
-    }
-
-    xcb_connection_t* connection() { return connection_; }
-    xcb_window_t root() const { return root_; }
-    xcb_keycode_t keycode(xcb_keysym_t symbol) {
-        xcb_keycode_t* codes = xcb_key_symbols_get_keycode(symbols_, symbol);
-        xcb_keycode_t code = codes ? codes[0] : 0;
-        std::free(codes);
-        return code;
-    }
-    // A keycode that types nothing.
-    xcb_keycode_t unusedKeycode() {
-        const xcb_setup_t* setup = xcb_get_setup(connection_);
-        for (int code = setup->min_keycode; code <= setup->max_keycode; ++code) {
-            bool isEmpty = true;
-            for (int column = 0; column < 4; ++column)
-                isEmpty = isEmpty && xcb_key_symbols_get_keysym(symbols_, static_cast<xcb_keycode_t>(code), column) == 0;
-            if (isEmpty) return static_cast<xcb_keycode_t>(code);
-        }
-        return 0;
-    }
-
-    void down(xcb_keycode_t key) { fake(XCB_KEY_PRESS, key); }
-    void up(xcb_keycode_t key) { fake(XCB_KEY_RELEASE, key); }
-    // Pressed in order, released in reverse.
-    void type(const std::vector<xcb_keycode_t>& keys) {
-        for (xcb_keycode_t key : keys) down(key);
-        for (auto key = keys.rbegin(); key != keys.rend(); ++key) up(*key);
-    }
-    void type(const std::vector<xcb_keysym_t>& symbols, xcb_keycode_t last) {
-        std::vector<xcb_keycode_t> keys;
-        for (xcb_keysym_t symbol : symbols) keys.push_back(keycode(symbol));
-        keys.push_back(last);
-        type(keys);
-    }
-    void typeSuperCtrl(xcb_keysym_t key) { type({XK_Super_L, XK_Control_L}, keycode(key)); }
-    void toggle(xcb_keysym_t lock) { type({keycode(lock)}); }
-
-    // Whether each grab succeeded.
-    std::vector<bool> grab(xcb_keycode_t key, const std::vector<uint16_t>& modifierSets) {
-        std::vector<xcb_void_cookie_t> cookies;
-        for (uint16_t modifiers : modifierSets)
-            cookies.push_back(xcb_grab_key_checked(connection_, 1, root_, modifiers, key, XCB_GRAB_MODE_ASYNC,
-                                                   XCB_GRAB_MODE_ASYNC));
-        std::vector<bool> results;
-        for (xcb_void_cookie_t cookie : cookies) {
-            xcb_generic_error_t* error = xcb_request_check(connection_, cookie);
-            results.push_back(error == nullptr);
-            std::free(error);
-        }
-        return results;
-    }
-    // Returns once the server has done it, so that another client's grab that follows finds it free.
-    void ungrab(xcb_keycode_t key, uint16_t modifiers) {
-        xcb_void_cookie_t cookie = xcb_ungrab_key_checked(connection_, key, root_, modifiers);
-        std::free(xcb_request_check(connection_, cookie));
-    }
-
-private:
-    void fake(uint8_t type, xcb_keycode_t key) {
-        xcb_test_fake_input(connection_, type, key, XCB_CURRENT_TIME, XCB_WINDOW_NONE, 0, 0, 0);
-        xcb_flush(connection_);
-    }
-
-    xcb_connection_t* connection_;
-    xcb_window_t root_;
-    xcb_key_symbols_t* symbols_;
-};
 
 class X11HotKeysTest : public ::testing::Test {
 protected:

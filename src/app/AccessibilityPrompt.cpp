@@ -22,8 +22,8 @@ void AccessibilityPrompt::show() {
     if (isShowing_) return;
     isShowing_ = true;
     alerts_.runModal(accessibilityAlertContent(isWaylandSession_),
-                     [this, alive = std::weak_ptr<bool>(isAlive_)](std::size_t button) {
-                         if (alive.expired()) return;
+                     [this, alive = lifetime_.weak()](std::size_t button) {
+                         if (!alive.isAlive()) return;
                          if (button == 0) permissions_.openSettings("accessibility");
                          isShowing_ = false;
                      });

@@ -8,6 +8,7 @@
 
 #include <memory>
 
+#include "foundation/Lifetime.h"
 #include "platform/Alerts.h"
 #include "platform/Permissions.h"
 
@@ -25,7 +26,7 @@ AlertContent accessibilityAlertContent(bool isWaylandSession);
 class AccessibilityPrompt {
 public:
     AccessibilityPrompt(Alerts& alerts, Permissions& permissions, bool isWaylandSession);
-    ~AccessibilityPrompt() { *isAlive_ = false; }
+    ~AccessibilityPrompt() { lifetime_.end(); }
     AccessibilityPrompt(const AccessibilityPrompt&) = delete;
     AccessibilityPrompt& operator=(const AccessibilityPrompt&) = delete;
 
@@ -37,7 +38,7 @@ private:
     Permissions& permissions_;
     bool isWaylandSession_;
     bool isShowing_ = false;
-    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+    Lifetime lifetime_;
 };
 
 }  // namespace tamarind

@@ -29,7 +29,7 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
     rulesInForce_ = std::make_unique<RulesInForce>([rules = rules_.get()] { return rules->activeRules(); });
     store_ = std::make_unique<ClipStore>(loop, stores ? std::move(*stores) : openLibrary(paths),
                                          BlobStore(paths.blobs()), machineID(defaults),
-                                         IngestPolicy{rulesInForce_.get(), &secretDetector_});
+                                         IngestPolicy{rulesInForce_.get(), &secretDetector_}, &imageWorker_);
     collectMode_ = std::make_unique<CollectModeService>(loop, *store_, BlobStore(paths.blobs()), *preferences_);
     store_->setCaptureLimits(captureLimits(*preferences_));
     monitor_ = std::make_unique<ClipboardMonitor>(loop, platform.pasteboard, platform.workspace);
@@ -42,8 +42,8 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
         pasteCoordinator_ = std::make_unique<PasteCoordinator>(
             loop, *store_, *paste_, *platform.hud, *shortcuts_, defaults, platform.keyEvents,
             [prompt = accessibilityPrompt_.get(), permissions = permissions_.get(),
-             alive = std::weak_ptr<bool>(isAlive_)] {
-                if (alive.expired()) return;
+             alive = lifetime_.weak()] {
+                if (!alive.isAlive()) return;
                 if (prompt) {
                     prompt->show();
                 } else if (permissions) {
@@ -53,8 +53,8 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
     }
     if (platform.suspension)
         platform.suspension->setHandler(
-            [monitor = monitor_.get(), alive = std::weak_ptr<bool>(isAlive_)](bool isSuspending, const std::string& reason) {
-                if (auto isAlive = alive.lock(); isAlive && *isAlive) monitor->setSuspended(isSuspending, reason);
+            [monitor = monitor_.get(), alive = lifetime_.weak()](bool isSuspending, const std::string& reason) {
+                if (alive.isAlive()) monitor->setSuspended(isSuspending, reason);
             });
     isCapturePaused_.set(preferences_->isPaused().value());
     if (loginItem_) launchAtLoginStatus_.set(loginItem_->status());
@@ -77,14 +77,13 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
     subscriptions_.push_back(preferences_->sensitiveHandling().subscribe(rebuildLimits, true));
 }
 
-AppState::~AppState() { *isAlive_ = false; }
+AppState::~AppState() { lifetime_.end(); }
 
 void AppState::start() {
     capture_->setStageInsteadOfStoring(
-        [collect = collectMode_.get(), alive = std::weak_ptr<bool>(isAlive_)](const PasteboardSnapshot& snapshot,
+        [collect = collectMode_.get(), alive = lifetime_.weak()](const PasteboardSnapshot& snapshot,
                                                                             ClipKind kind) {
-            auto isAlive = alive.lock();
-            return isAlive && *isAlive && collect->stage(snapshot, kind);
+            return alive.isAlive() && collect->stage(snapshot, kind);
         });
     capture_->start();
     paste_->recordTargetApplication();

@@ -14,6 +14,7 @@
 #include "app/AccessibilityPrompt.h"
 #include "app/PermissionManager.h"
 #include "capture/CapturePreferences.h"
+#include "foundation/Lifetime.h"
 #include "foundation/Defaults.h"
 #include "foundation/Paths.h"
 #include "platform/LoginItem.h"
@@ -91,6 +92,8 @@ private:
     std::unique_ptr<SmartRuleStore> rules_;
     std::unique_ptr<RulesInForce> rulesInForce_;
     SensitiveContentDetector secretDetector_;
+    // Before the store, which hands it thumbnails to make, so that it outlives the store.
+    ThreadWorker imageWorker_;
     std::unique_ptr<ClipStore> store_;
     std::unique_ptr<CollectModeService> collectMode_;
     std::unique_ptr<ClipboardMonitor> monitor_;
@@ -104,7 +107,7 @@ private:
     Observable<LoginItemStatus> launchAtLoginStatus_;
     TaskHandle autoResumeTask_;
     std::vector<Subscription> subscriptions_;
-    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+    Lifetime lifetime_;
     Log log_{"app"};
 };
 

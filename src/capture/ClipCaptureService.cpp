@@ -15,13 +15,13 @@ ClipCaptureService::ClipCaptureService(MainLoop& loop, ClipStore& store, Capture
       rejectedThisSession_(loop, 0) {}
 
 ClipCaptureService::~ClipCaptureService() {
-    *isAlive_ = false;
+    lifetime_.end();
     monitor_.setOnChange(nullptr);
 }
 
 void ClipCaptureService::start() {
-    monitor_.setOnChange([this, alive = std::weak_ptr<bool>(isAlive_)](const PasteboardSnapshot& snapshot) {
-        if (auto isAlive = alive.lock(); isAlive && *isAlive) handle(snapshot);
+    monitor_.setOnChange([this, alive = lifetime_.weak()](const PasteboardSnapshot& snapshot) {
+        if (alive.isAlive()) handle(snapshot);
     });
     bool isPaused = preferences_.isPaused().value();
     log_.info("Starting capture; persisted pause state = %{bool,public}d.", isPaused);

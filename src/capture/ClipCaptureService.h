@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 
+#include "foundation/Lifetime.h"
 #include "capture/ClipboardMonitor.h"
 #include "capture/CapturePreferences.h"
 #include "library/ClipStore.h"
@@ -53,7 +54,7 @@ private:
     TaskHandle retentionTask_;
     std::function<void(const Clip&, bool)> onClipInserted_;
     std::function<bool(const PasteboardSnapshot&, ClipKind)> stageInsteadOfStoring_;
-    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+    Lifetime lifetime_;
     Log log_{"capture"};
 };
 

@@ -10,7 +10,7 @@ ClipboardMonitor::ClipboardMonitor(MainLoop& loop, Pasteboard& pasteboard, Works
       isSuspended_(loop, false),
       lastChangeCount_(pasteboard.changeCount()) {}
 
-ClipboardMonitor::~ClipboardMonitor() { *isAlive_ = false; }
+ClipboardMonitor::~ClipboardMonitor() { lifetime_.end(); }
 
 void ClipboardMonitor::start() {
     if (isPaused_.value() || isSuspended_.value() || timer_.isPending()) return;
@@ -39,9 +39,8 @@ void ClipboardMonitor::tick() {
     if (!onChange_) return;
     // The frontmost application is read first, as near to the copy as can be.
     std::optional<RunningApplication> source = workspace_.frontmostApplication();
-    pasteboard_.readSnapshot([this, alive = std::weak_ptr<bool>(isAlive_), source](PasteboardSnapshot snapshot) {
-        auto isAlive = alive.lock();
-        if (!isAlive || !*isAlive || !onChange_) return;
+    pasteboard_.readSnapshot([this, alive = lifetime_.weak(), source](PasteboardSnapshot snapshot) {
+        if (!alive.isAlive() || !onChange_) return;
         if (source) {
             snapshot.sourceAppBundleID = source->bundleID;
             snapshot.sourceAppName = source->name;

@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 
+#include "foundation/Lifetime.h"
 #include "foundation/Log.h"
 #include "foundation/MainLoop.h"
 #include "foundation/Observable.h"
@@ -59,7 +60,7 @@ private:
     TaskHandle timer_;
     long long lastChangeCount_ = 0;
     // Reads finish after the monitor may be gone; they check this first.
-    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+    Lifetime lifetime_;
     Log log_{"capture"};
 };
 

@@ -30,7 +30,33 @@ std::optional<FileError> createPrivateDirectories(const std::filesystem::path& f
     return std::nullopt;
 }
 
-std::optional<FileError> writeFileAtomically(const std::filesystem::path& path, std::string_view contents) {
+namespace {
+
+void syncFolderOf(const std::filesystem::path& path) {
+    // A rename is only durable once the folder itself is on disk.
+    std::filesystem::path parent = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
+    int folder = ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder >= 0) {
+        ::fsync(folder);
+        ::close(folder);
+    }
+}
+
+}  // namespace
+
+std::optional<FileError> syncToDisk(const std::filesystem::path& path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return systemError("open", path, errno);
+    int synced = ::fsync(fd);
+    int error = errno;
+    ::close(fd);
+    if (synced != 0) return systemError("fsync", path, error);
+    syncFolderOf(path);
+    return std::nullopt;
+}
+
+std::optional<FileError> writeFileAtomically(const std::filesystem::path& path, std::string_view contents,
+                                             Durability durability) {
     std::string temporary = path.string() + ".tmp-XXXXXX";
     int fd = ::mkstemp(temporary.data());
     if (fd < 0) return systemError("create", temporary, errno);
@@ -50,7 +76,7 @@ std::optional<FileError> writeFileAtomically(const std::filesystem::path& path, 
         }
         written += static_cast<std::size_t>(n);
     }
-    if (::fsync(fd) != 0) return fail("fsync", temporary);
+    if (durability == Durability::now && ::fsync(fd) != 0) return fail("fsync", temporary);
     if (::close(fd) != 0) {
         int error = errno;
         ::unlink(temporary.c_str());
@@ -61,13 +87,7 @@ std::optional<FileError> writeFileAtomically(const std::filesystem::path& path, 
         ::unlink(temporary.c_str());
         return systemError("rename", path, error);
     }
-    // The rename is only durable once the folder itself is on disk.
-    std::filesystem::path parent = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
-    int folder = ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder >= 0) {
-        ::fsync(folder);
-        ::close(folder);
-    }
+    if (durability == Durability::now) syncFolderOf(path);
     return std::nullopt;
 }
 

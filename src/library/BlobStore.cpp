@@ -14,13 +14,13 @@ bool isPlainFilename(std::string_view name) {
 
 }  // namespace
 
-std::variant<std::string, FileError> BlobStore::write(const Data& data, const Uuid& id,
-                                                      std::string_view extension) const {
+std::variant<std::string, FileError> BlobStore::write(const Data& data, const Uuid& id, std::string_view extension,
+                                                      Durability durability) const {
     if (auto error = createPrivateDirectories(root_)) return *error;
     std::string filename = id.uuidString() + "." + std::string(extension);
     if (!isPlainFilename(filename)) return FileError{"not a plain file name: " + filename};
     std::string_view bytes(reinterpret_cast<const char*>(data.data()), data.size());
-    if (auto error = writeFileAtomically(root_ / filename, bytes)) return *error;
+    if (auto error = writeFileAtomically(root_ / filename, bytes, durability)) return *error;
     return filename;
 }
 

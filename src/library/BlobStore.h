@@ -22,7 +22,8 @@ public:
 
     // Writes "<UUID>.<extension>" atomically, 0600, creating the folder (0700)
     // when needed. The name, or the error that stopped the write.
-    std::variant<std::string, FileError> write(const Data& data, const Uuid& id, std::string_view extension) const;
+    std::variant<std::string, FileError> write(const Data& data, const Uuid& id, std::string_view extension,
+                                               Durability durability = Durability::now) const;
     std::filesystem::path url(std::string_view filename) const { return root_ / filename; }
     // A failure (a file already gone, a name that is not a plain file name) is not an error.
     void remove(std::string_view filename) const;

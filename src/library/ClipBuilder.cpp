@@ -1,7 +1,5 @@
 #include "library/ClipBuilder.h"
 
-#include <malloc.h>
-
 #include "foundation/Text.h"
 #include "library/ClipClassifier.h"
 #include "library/FileBookmark.h"
@@ -9,21 +7,19 @@
 
 namespace tamarind {
 
-Clip ClipBuilder::build(const PasteboardSnapshot& snapshot, ClipKind kind, bool isSensitive) const {
+Clip ClipBuilder::build(const PasteboardSnapshot& snapshot, ClipKind kind, std::string hash, bool isSensitive,
+                        Thumbnail thumbnailWhen) const {
     Uuid blobID = Uuid::random();
-    std::string hash = contentHash(snapshot, kind);
 
     std::optional<std::string> blobFilename;
     std::optional<Data> thumbnail;
     long long width = 0, height = 0;
     if (snapshot.imageData) {
-        auto written = blobStore_.write(*snapshot.imageData, blobID, snapshot.imageFileExtension.value_or("png"));
+        auto written = blobStore_.write(*snapshot.imageData, blobID, snapshot.imageFileExtension.value_or("png"),
+                                        thumbnailWhen == Thumbnail::now ? Durability::now : Durability::later);
         if (auto* name = std::get_if<std::string>(&written)) blobFilename = *name;
         else log_.log("Blob write failed: %{public}s", std::get<FileError>(written).message);
-        thumbnail = makeThumbnail(*snapshot.imageData);
-        // Decoding a 4K image takes tens of megabytes, which glibc would otherwise keep for the
-        // life of the app.
-        ::malloc_trim(0);
+        if (thumbnailWhen == Thumbnail::now) thumbnail = makeThumbnailReleasingMemory(*snapshot.imageData);
         if (snapshot.imagePixelSize) {
             width = static_cast<long long>(snapshot.imagePixelSize->width);
             height = static_cast<long long>(snapshot.imagePixelSize->height);

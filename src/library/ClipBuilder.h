@@ -1,7 +1,9 @@
 #pragma once
 // Turns a clipboard snapshot into a finished clip: blob file, thumbnail, link,
 // colour, file bookmarks, sizes, hash and search text. Never fails: a blob
-// that can't be written leaves a clip with its thumbnail and no file.
+// that can't be written leaves a clip with its thumbnail and no file. The
+// thumbnail, which decodes the whole image, may be left for a worker, with the
+// blob's fsync.
 // Any thread that may write the blob folder; the store calls it on the main thread.
 
 #include <string>
@@ -19,7 +21,10 @@ public:
     ClipBuilder(BlobStore blobStore, std::string originDeviceID)
         : blobStore_(std::move(blobStore)), originDeviceID_(std::move(originDeviceID)) {}
 
-    Clip build(const PasteboardSnapshot& snapshot, ClipKind kind, bool isSensitive) const;
+    enum class Thumbnail { now, later };
+    // `hash` is contentHash(snapshot, kind), which the ingest has already made for its duplicate test.
+    Clip build(const PasteboardSnapshot& snapshot, ClipKind kind, std::string hash, bool isSensitive,
+               Thumbnail thumbnail = Thumbnail::now) const;
 
     const BlobStore& blobStore() const { return blobStore_; }
     const std::string& originDeviceID() const { return originDeviceID_; }

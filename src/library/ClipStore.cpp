@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "foundation/ImageCodec.h"
 #include "foundation/Text.h"
 #include "library/ClipClassifier.h"
 
@@ -78,7 +79,7 @@ std::string IngestResult::description() const {
 }
 
 ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore, std::string originDeviceID,
-                     IngestPolicy policy)
+                     IngestPolicy policy, Worker* imageWorker)
     : loop_(loop),
       main_(std::move(stores.main)),
       vault_(std::move(stores.vault)),
@@ -86,6 +87,7 @@ ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore,
       blobStore_(blobStore),
       builder_(std::move(blobStore), std::move(originDeviceID)),
       policy_(policy),
+      imageWorker_(imageWorker),
       revision_(loop, 0),
       totalCount_(loop, 0) {
     attributePlaceholderOrigins(builder_.originDeviceID());
@@ -229,13 +231,17 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
         return IngestResult::rejected(CaptureRejection::empty());
     }
 
-    Clip clip = builder_.build(snapshot, kind, isSensitive);
+    bool thumbnailLater = imageWorker_ && snapshot.imageData;
+    Clip clip = builder_.build(snapshot, kind, hash, isSensitive,
+                               thumbnailLater ? ClipBuilder::Thumbnail::later : ClipBuilder::Thumbnail::now);
     if (outcome.markFavorite) clip.isFavorite = true;
     lastInsertMatchedRule_ = outcome.matchedAnyRule;
     Uuid id = clip.id;
     std::string rawKind = clip.kind;
+    std::optional<std::string> blobFilename = clip.blobFilename;
     if (Status inserted = insert(std::move(clip), outcome.collectionIDs); !inserted)
         return IngestResult::rejected(CaptureRejection::storeFailure(inserted.error()));
+    if (thumbnailLater) makeThumbnailLater(id, blobFilename, *snapshot.imageData);
     if (onIconRequest_) onIconRequest_(snapshot.sourceAppBundleID);
     log_.log("Captured %{public}s clip from %{public}s%{public}s.", rawKind,
              snapshot.sourceAppName.value_or("unknown"), isSensitive ? " (sensitive)" : "");
@@ -246,7 +252,7 @@ std::optional<Uuid> ClipStore::insertMultiClip(const std::string& joinedText, Da
     PasteboardSnapshot snapshot;
     snapshot.string = joinedText;
     snapshot.capturedAt = at;
-    Clip clip = builder_.build(snapshot, ClipKind::multiClip, false);
+    Clip clip = builder_.build(snapshot, ClipKind::multiClip, contentHash(snapshot, ClipKind::multiClip), false);
     clip.multiClipData = std::move(payload);
     Uuid id = clip.id;
     if (!insert(std::move(clip), {})) return std::nullopt;
@@ -260,6 +266,36 @@ void ClipStore::promote(Clip clip, ModelContainer& container, Date at) {
     clip.markUsed(std::max({clip.createdAt, clip.lastUsedAt.value_or(at), at}));
     recentHashes_.record(clip.contentHash);
     apply(container, [&] { return container.updateUsage(clip); });
+}
+
+void ClipStore::makeThumbnailLater(const Uuid& id, const std::optional<std::string>& blobFilename,
+                                   const Data& image) {
+    // Decoding a 4K image takes about a tenth of a second, and an fsync as long as the disk likes:
+    // either would stall every surface. The worker reads the image back from its blob rather than
+    // the loop copying megabytes for it. On the worker, nothing of the store is touched: it may be
+    // gone before the job ends.
+    std::optional<std::filesystem::path> blob;
+    std::optional<Data> copy;
+    if (blobFilename) blob = blobStore_.url(*blobFilename);
+    else copy = image;
+    imageWorker_->run([this, &loop = loop_, id, blob, copy = std::move(copy), alive = lifetime_.weak()] {
+        Log log("library");
+        std::optional<Data> read = copy;
+        if (blob) {
+            if (auto error = syncToDisk(*blob)) log.error("Blob sync failed: %{public}s", error->message);
+            auto file = readWholeFile(*blob);
+            if (file.bytes) read = Data(file.bytes->begin(), file.bytes->end());
+        }
+        if (!read) return;
+        auto thumbnail = makeThumbnailReleasingMemory(*read);
+        if (!thumbnail) return;
+        loop.post([this, id, thumbnail = std::move(*thumbnail), alive] {
+            if (!alive.isAlive()) return;
+            // The clip may have been deleted, or moved to the vault, meanwhile.
+            if (ModelContainer* container = containerOf(id))
+                apply(*container, [&] { return container->updateThumbnail(id, thumbnail); });
+        });
+    });
 }
 
 Status ClipStore::insert(Clip clip, const std::vector<Uuid>& collectionIDs) {

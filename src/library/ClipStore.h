@@ -18,9 +18,11 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/Lifetime.h"
 #include "foundation/Log.h"
 #include "foundation/MainLoop.h"
 #include "foundation/Observable.h"
+#include "foundation/Worker.h"
 #include "library/BlobStore.h"
 #include "library/ClipBuilder.h"
 #include "library/IngestPolicy.h"
@@ -136,9 +138,13 @@ inline constexpr double kBoardIndexGap = 1024;
 
 class ClipStore {
 public:
-    // `policy` holds the rules and the secret detector the ingest consults; they must outlive the store.
+    // `policy` holds the rules and the secret detector the ingest consults. With `imageWorker`, an
+    // image's thumbnail is made there after the clip is stored, and attached when it comes back;
+    // without one (the command line, which has no loop to keep free), during the ingest. Both
+    // must outlive the store.
     ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore, std::string originDeviceID,
-              IngestPolicy policy = {});
+              IngestPolicy policy = {}, Worker* imageWorker = nullptr);
+    ~ClipStore() { lifetime_.end(); }
     ClipStore(const ClipStore&) = delete;
     ClipStore& operator=(const ClipStore&) = delete;
 
@@ -232,6 +238,8 @@ private:
     // Once per store: clips stamped with an earlier build's placeholder get this machine's id.
     void attributePlaceholderOrigins(const std::string& machineID);
     void promote(Clip clip, ModelContainer& container, Date at);
+    // On the worker: the blob's fsync and the thumbnail of a stored image clip, attached on the loop.
+    void makeThumbnailLater(const Uuid& id, const std::optional<std::string>& blobFilename, const Data& image);
     Status insert(Clip clip, const std::vector<Uuid>& collectionIDs);
     // addClips() without the save, for a change that saves once at its end.
     Status fileIntoCollection(const std::vector<Uuid>& clipIDs, const Uuid& collectionID);
@@ -250,6 +258,7 @@ private:
     ClipBuilder builder_;
     RecentHashWindow recentHashes_{kRecentHashCapacity};
     IngestPolicy policy_;
+    Worker* imageWorker_;
     std::function<void(const std::optional<std::string>&)> onIconRequest_;
     CaptureLimits captureLimits_;
     bool lastInsertMatchedRule_ = false;
@@ -260,6 +269,7 @@ private:
     long long mainDataVersion_ = 0;
     long long vaultDataVersion_ = 0;
     Log log_{"library"};
+    Lifetime lifetime_;
 };
 
 template <class T>

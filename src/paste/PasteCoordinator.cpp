@@ -54,7 +54,7 @@ PasteCoordinator::PasteCoordinator(MainLoop& loop, ClipStore& store, PasteServic
       bindings_(defaults) {}
 
 PasteCoordinator::~PasteCoordinator() {
-    *isAlive_ = false;
+    lifetime_.end();
     for (int index = 0; index < kPasteSlotCount; ++index) shortcuts_.removeHandler(pasteSlotShortcutName(index));
     shortcuts_.removeHandler("sequentialPaste");
     for (const Uuid& id : bindings_.boundClipIDs()) shortcuts_.removeHandler(clipShortcutName(id));
@@ -127,12 +127,12 @@ void PasteCoordinator::deliver(const Clip& clip, const std::string& title, std::
     PasteService::Request request;
     request.asPlainText = isPlain;
     if (recordsChangeCount)
-        request.onWritten = [this, alive = std::weak_ptr<bool>(isAlive_)] {
-            if (!alive.expired()) cursor_.observedChangeCount = paste_.platformPasteboard().changeCount();
+        request.onWritten = [this, alive = lifetime_.weak()] {
+            if (!!alive.isAlive()) cursor_.observedChangeCount = paste_.platformPasteboard().changeCount();
         };
     paste_.paste(clip, std::move(request),
-                 [this, alive = std::weak_ptr<bool>(isAlive_), clip, title, subtitle, isPlain](PasteOutcome outcome) {
-                     if (alive.expired()) return;
+                 [this, alive = lifetime_.weak(), clip, title, subtitle, isPlain](PasteOutcome outcome) {
+                     if (!alive.isAlive()) return;
                      showOutcome(outcome, clip, title, subtitle, isPlain);
                  });
     store_.markUsed(clip.id, loop_.clock().wallNow());

@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 
+#include "foundation/Lifetime.h"
 #include "foundation/Defaults.h"
 #include "foundation/Log.h"
 #include "foundation/Observable.h"
@@ -89,7 +90,7 @@ private:
     std::function<void()> onAccessibilityRequired_;
     ClipShortcutBindings bindings_;
     SequentialPasteCursor cursor_;
-    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+    Lifetime lifetime_;
     Log log_{"paste"};
 };
 

@@ -85,7 +85,7 @@ PasteService::PasteService(MainLoop& loop, PlatformForPaste platform, BlobStore 
       preferences_(preferences),
       needsAccessibilityOnboarding_(loop, false) {}
 
-PasteService::~PasteService() { *isAlive_ = false; }
+PasteService::~PasteService() { lifetime_.end(); }
 
 void PasteService::recordTargetApplication() {
     std::optional<RunningApplication> frontmost = platform_.workspace.frontmostApplication();
@@ -111,9 +111,9 @@ void PasteService::paste(const Clip& clip, Request request, std::function<void(P
     // every type of another application's clipboard costs a round trip each.
     if (!preferences_.restoresPasteboardAfterPaste().value())
         return pasteAfterArchive(clip, std::move(request), std::nullopt, std::move(done));
-    platform_.pasteboard.readArchive([this, alive = std::weak_ptr<bool>(isAlive_), clip, request = std::move(request),
+    platform_.pasteboard.readArchive([this, alive = lifetime_.weak(), clip, request = std::move(request),
                                       done = std::move(done)](PasteboardArchive archive) mutable {
-        if (alive.expired()) return;
+        if (!alive.isAlive()) return;
         pasteAfterArchive(clip, std::move(request), std::move(archive), std::move(done));
     });
 }
@@ -146,9 +146,9 @@ void PasteService::pasteAfterArchive(const Clip& clip, Request request, std::opt
 
 void PasteService::pressPaste(RunningApplication target, std::optional<PasteboardArchive> archive,
                               std::function<void(PasteOutcome)> done) {
-    auto afterKeystroke = [this, alive = std::weak_ptr<bool>(isAlive_), target, archive = std::move(archive),
+    auto afterKeystroke = [this, alive = lifetime_.weak(), target, archive = std::move(archive),
                            done = std::move(done)](bool isSent) mutable {
-        if (alive.expired()) return;
+        if (!alive.isAlive()) return;
         if (!isSent) log_.error("Could not create an event source for the paste keystroke.");
         log_.info("Pasted into %{public}s.", target.name.value_or("unknown"));
         if (archive && preferences_.restoresPasteboardAfterPaste().value()) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "capture/CapturePreferences.h"
+#include "foundation/Lifetime.h"
 #include "foundation/Log.h"
 #include "foundation/Observable.h"
 #include "library/BlobStore.h"
@@ -82,7 +83,7 @@ private:
     std::optional<RunningApplication> targetApplication_;
     Observable<bool> needsAccessibilityOnboarding_;
     std::vector<TaskHandle> waits_;  // activation waits and restores under way
-    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+    Lifetime lifetime_;
     Log log_{"paste"};
 };
 

@@ -86,7 +86,7 @@ TEST_F(ClipBuilderTest, BuildsATextClipWithEveryDerivedField) {
     snapshot.sourceAppBundleID = "org.gnome.TextEditor";
     snapshot.sourceAppName = "Text Editor";
     snapshot.capturedAt = Date::fromReferenceSeconds(100);
-    Clip clip = builder.build(snapshot, ClipKind::richText, /*isSensitive=*/true);
+    Clip clip = builder.build(snapshot, ClipKind::richText, contentHash(snapshot, ClipKind::richText), /*isSensitive=*/true);
     EXPECT_FALSE(clip.id.isNil());
     EXPECT_EQ(clip.createdAt, Date::fromReferenceSeconds(100));
     EXPECT_EQ(clip.kind, "richText");
@@ -101,11 +101,11 @@ TEST_F(ClipBuilderTest, BuildsATextClipWithEveryDerivedField) {
     EXPECT_FALSE(clip.blobFilename);
 
     snapshot.string = " #abc ";
-    EXPECT_EQ(builder.build(snapshot, ClipKind::color, false).hexColor, "#AABBCC");
+    EXPECT_EQ(builder.build(snapshot, ClipKind::color, contentHash(snapshot, ClipKind::color), false).hexColor, "#AABBCC");
     snapshot.string = "rgb(1, 2, 3)";
-    EXPECT_FALSE(builder.build(snapshot, ClipKind::color, false).hexColor);
+    EXPECT_FALSE(builder.build(snapshot, ClipKind::color, contentHash(snapshot, ClipKind::color), false).hexColor);
     snapshot.string = "https://example.com";
-    EXPECT_EQ(builder.build(snapshot, ClipKind::link, false).urlString, "https://example.com");
+    EXPECT_EQ(builder.build(snapshot, ClipKind::link, contentHash(snapshot, ClipKind::link), false).urlString, "https://example.com");
 }
 
 TEST_F(ClipBuilderTest, ImagesGetABlobAThumbnailAndTheirSize) {
@@ -113,7 +113,7 @@ TEST_F(ClipBuilderTest, ImagesGetABlobAThumbnailAndTheirSize) {
     snapshot.imageData = makePng(1024, 512);
     snapshot.imageFileExtension = "png";
     snapshot.imagePixelSize = PixelSize{1024.9, 512.2};
-    Clip clip = builder.build(snapshot, ClipKind::image, false);
+    Clip clip = builder.build(snapshot, ClipKind::image, contentHash(snapshot, ClipKind::image), false);
     ASSERT_TRUE(clip.blobFilename);
     EXPECT_THAT(builder.blobStore().existingFilenames(), ElementsAre(*clip.blobFilename));
     EXPECT_TRUE(clip.blobFilename->ends_with(".png"));
@@ -126,7 +126,7 @@ TEST_F(ClipBuilderTest, ImagesGetABlobAThumbnailAndTheirSize) {
 
     snapshot.imageFileExtension.reset();
     snapshot.imagePixelSize.reset();
-    Clip noSize = builder.build(snapshot, ClipKind::screenshot, false);
+    Clip noSize = builder.build(snapshot, ClipKind::screenshot, contentHash(snapshot, ClipKind::screenshot), false);
     EXPECT_TRUE(noSize.blobFilename->ends_with(".png"));
     EXPECT_EQ(noSize.imageWidth, 0);
 }
@@ -137,7 +137,7 @@ TEST_F(ClipBuilderTest, AFailedBlobWriteKeepsTheClipWithItsThumbnail) {
     PasteboardSnapshot snapshot;
     snapshot.imageData = makePng(8, 8);
     LogCapture log;
-    Clip clip = blocked.build(snapshot, ClipKind::image, false);
+    Clip clip = blocked.build(snapshot, ClipKind::image, contentHash(snapshot, ClipKind::image), false);
     EXPECT_FALSE(clip.blobFilename);
     EXPECT_TRUE(clip.thumbnailData);
     ASSERT_EQ(log.messages("library").size(), 1u);
@@ -148,7 +148,7 @@ TEST_F(ClipBuilderTest, FileClipsKeepBookmarksAndSearchByFileName) {
     PasteboardSnapshot snapshot;
     snapshot.fileURLs = {FileURL{"/home/ann/Q3 Report.PDF"}, FileURL{"/home/ann/notes.txt"}};
     snapshot.sourceAppName = "Files";
-    Clip clip = builder.build(snapshot, ClipKind::file, false);
+    Clip clip = builder.build(snapshot, ClipKind::file, contentHash(snapshot, ClipKind::file), false);
     ASSERT_TRUE(clip.fileBookmarks);
     EXPECT_EQ(decodeFileBookmarks(*clip.fileBookmarks), snapshot.fileURLs);
     EXPECT_EQ(clip.searchText, "files q3 report.pdf notes.txt");

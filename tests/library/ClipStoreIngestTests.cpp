@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 
 #include "foundation/Files.h"
+#include "foundation/ImageCodec.h"
 #include "library/ClipStore.h"
 #include "support/StoreTesting.h"
 #include "support/FakeIngestPolicy.h"
 #include "support/Images.h"
+#include "support/ManualWorker.h"
 #include "support/ManualMainLoop.h"
 #include "support/TemporaryFolder.h"
 
@@ -310,6 +312,43 @@ TEST_F(ClipStoreIngestTest, WritesFromAnotherProcessRaiseTheRevision) {
     EXPECT_EQ(store->revision().value(), before + 1) << "nothing changed since";
     EXPECT_EQ(store->totalCount().value(), 2);
     EXPECT_TRUE(store->recentHashes().contains("theirs"));
+}
+
+}  // namespace
+}  // namespace tamarind
+
+namespace tamarind {
+namespace {
+
+// With a worker, the image is stored at once and its thumbnail follows: the loop never decodes.
+TEST(ClipStoreImageWorker, TheThumbnailComesBackToTheLoopAndFindsItsClipOrNothing) {
+    TemporaryFolder folder;
+    ManualMainLoop loop;
+    ManualWorker worker;
+    ClipStore store(loop, openStores(folder.path()), BlobStore(folder.path() / "blobs"), "M", {}, &worker);
+    auto shot = [](double at, int width) {
+        PasteboardSnapshot snapshot;
+        snapshot.imageData = makePng(width, 300);
+        snapshot.imagePixelSize = PixelSize{static_cast<double>(width), 300};
+        snapshot.capturedAt = Date::fromReferenceSeconds(at);
+        return snapshot;
+    };
+    auto kept = store.ingest(shot(1, 1200), {});
+    auto gone = store.ingest(shot(2, 1300), {});
+    auto thumbnailOf = [&](const Uuid& id) { return store.clip(id) ? store.clip(id)->thumbnailData : std::nullopt; };
+    EXPECT_FALSE(thumbnailOf(kept.clipID)) << "not made during the ingest";
+    EXPECT_TRUE(store.clip(kept.clipID)->blobFilename) << "the image itself is kept at once";
+    EXPECT_EQ(worker.pending(), 2u);
+
+    store.deleteClip(gone.clipID);
+    EXPECT_EQ(worker.runAll(), 2u);
+    long long before = store.revision().value();
+    loop.runUntilIdle();
+    auto thumbnail = thumbnailOf(kept.clipID);
+    ASSERT_TRUE(thumbnail);
+    EXPECT_EQ(imagePixelSize(*thumbnail), (PixelSize{512, 128}));
+    EXPECT_EQ(store.revision().value(), before + 1) << "one save, for the clip that is still there";
+    EXPECT_FALSE(store.clip(gone.clipID));
 }
 
 }  // namespace

@@ -41,8 +41,8 @@ protected:
     }
 
     ClipStore& open() {
-        EXPECT_TRUE(main->save());
-        if (vault) EXPECT_TRUE(vault->save());
+        must(main->save());
+        if (vault) must(vault->save());
         TamarindStores stores{std::move(pendingMain), std::move(pendingVault), vault != nullptr};
         store = std::make_unique<ClipStore>(loop, std::move(stores), BlobStore(folder.path() / "blobs"), "MACHINE");
         return *store;

@@ -96,12 +96,12 @@ X11Clipboard::X11Clipboard(MainLoop& loop, X11Connection& x11, uint8_t xfixesEve
                                           XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_WINDOW_DESTROY |
                                           XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_CLIENT_CLOSE);
     x11_.flush();
-    x11_.addListener([this, alive = std::weak_ptr<bool>(isAlive_)](const xcb_generic_event_t& event) {
-        if (auto isAlive = alive.lock(); isAlive && *isAlive) onEvent(event);
+    x11_.addListener([this, alive = lifetime_.weak()](const xcb_generic_event_t& event) {
+        if (alive.isAlive()) onEvent(event);
     });
 }
 
-X11Clipboard::~X11Clipboard() { *isAlive_ = false; }
+X11Clipboard::~X11Clipboard() { lifetime_.end(); }
 
 void X11Clipboard::onEvent(const xcb_generic_event_t& event) {
     uint8_t type = event.response_type & 0x7f;

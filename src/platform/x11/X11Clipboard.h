@@ -20,6 +20,7 @@
 #include <variant>
 #include <vector>
 
+#include "foundation/Lifetime.h"
 #include "foundation/Log.h"
 #include "platform/Pasteboard.h"
 #include "platform/x11/X11ClipboardWriter.h"
@@ -94,7 +95,7 @@ private:
     TaskHandle timeout_;
     std::unique_ptr<X11ClipboardWriter> writer_;  // made on the first write
     std::function<void()> onLost_;
-    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+    Lifetime lifetime_;
     Log log_{"capture"};
 };
 

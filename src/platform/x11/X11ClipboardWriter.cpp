@@ -52,13 +52,13 @@ X11ClipboardWriter::X11ClipboardWriter(X11Connection& x11)
     xcb_create_window(x11_.connection(), XCB_COPY_FROM_PARENT, window_, x11_.root(), -1, -1, 1, 1, 0,
                       XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK, &events);
     x11_.flush();
-    x11_.addListener([this, alive = std::weak_ptr<bool>(isAlive_)](const xcb_generic_event_t& event) {
-        if (auto isAlive = alive.lock(); isAlive && *isAlive) onEvent(event);
+    x11_.addListener([this, alive = lifetime_.weak()](const xcb_generic_event_t& event) {
+        if (alive.isAlive()) onEvent(event);
     });
 }
 
 X11ClipboardWriter::~X11ClipboardWriter() {
-    *isAlive_ = false;
+    lifetime_.end();
     xcb_destroy_window(x11_.connection(), window_);
     x11_.flush();
 }

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "foundation/Lifetime.h"
 #include "platform/Pasteboard.h"
 #include "platform/x11/X11Connection.h"
 
@@ -62,7 +63,7 @@ private:
     std::size_t chunkSize_;
     std::vector<Transfer> transfers_;
     std::function<void()> onLost_;
-    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+    Lifetime lifetime_;
 };
 
 }  // namespace tamarind

@@ -100,8 +100,8 @@ std::optional<X11Connection::Property> X11Connection::property(xcb_window_t wind
 void X11Connection::dispatchLater() {
     if (isDispatchPosted_) return;
     isDispatchPosted_ = true;
-    loop_.post([this, alive = std::weak_ptr<bool>(isAlive_)] {
-        if (alive.expired()) return;
+    loop_.post([this, alive = lifetime_.weak()] {
+        if (!alive.isAlive()) return;
         isDispatchPosted_ = false;
         dispatch();
     });

@@ -14,6 +14,7 @@
 #include <variant>
 #include <vector>
 
+#include "foundation/Lifetime.h"
 #include "foundation/MainLoop.h"
 
 namespace tamarind {
@@ -75,7 +76,7 @@ private:
     std::function<void()> onDisconnected_;
     FdWatch watch_;
     bool isDispatchPosted_ = false;
-    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+    Lifetime lifetime_;
 };
 
 }  // namespace tamarind

@@ -24,13 +24,13 @@ bool contains(const auto& range, const auto& value) {
 X11HotKeys::X11HotKeys(MainLoop& loop, X11Connection& x11)
     : loop_(loop), x11_(x11), symbols_(xcb_key_symbols_alloc(x11.connection())) {
     readModifierMapping();
-    x11_.addListener([this, alive = std::weak_ptr<bool>(isAlive_)](const xcb_generic_event_t& event) {
-        if (auto isAlive = alive.lock(); isAlive && *isAlive) onEvent(event);
+    x11_.addListener([this, alive = lifetime_.weak()](const xcb_generic_event_t& event) {
+        if (alive.isAlive()) onEvent(event);
     });
 }
 
 X11HotKeys::~X11HotKeys() {
-    *isAlive_ = false;
+    lifetime_.end();
     for (const auto& [identifier, registration] : registrations_) ungrab(registration.grabs);
     xcb_flush(x11_.connection());
     xcb_key_symbols_free(symbols_);

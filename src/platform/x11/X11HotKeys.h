@@ -13,6 +13,7 @@
 #include <memory>
 #include <vector>
 
+#include "foundation/Lifetime.h"
 #include "foundation/Log.h"
 #include "platform/HotKeys.h"
 #include "platform/x11/X11Connection.h"
@@ -78,7 +79,7 @@ private:
     // released: the server's auto-repeat sends a release and a press with one timestamp.
     std::vector<bool> isDown_ = std::vector<bool>(256, false);
     std::vector<xcb_timestamp_t> releasedAt_ = std::vector<xcb_timestamp_t>(256, 0);
-    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+    Lifetime lifetime_;
     Log log_{"paste"};
 };
 

@@ -115,8 +115,8 @@ void X11Workspace::setOnActivation(std::function<void()> onActivation) {
     xcb_change_window_attributes(x11_.connection(), x11_.root(), XCB_CW_EVENT_MASK, &events);
     x11_.flush();
     xcb_atom_t active = x11_.atom("_NET_ACTIVE_WINDOW");
-    x11_.addListener([this, active, alive = std::weak_ptr<bool>(isAlive_)](const xcb_generic_event_t& event) {
-        if (alive.expired() || (event.response_type & 0x7f) != XCB_PROPERTY_NOTIFY) return;
+    x11_.addListener([this, active, alive = lifetime_.weak()](const xcb_generic_event_t& event) {
+        if (!alive.isAlive() || (event.response_type & 0x7f) != XCB_PROPERTY_NOTIFY) return;
         const auto& notify = reinterpret_cast<const xcb_property_notify_event_t&>(event);
         if (notify.window == x11_.root() && notify.atom == active && onActivation_) onActivation_();
     });

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "foundation/Lifetime.h"
 #include "platform/Workspace.h"
 #include "platform/x11/X11Connection.h"
 
@@ -30,7 +31,7 @@ public:
     // `applicationFolders`: where desktop files are looked for, most important first
     // ($XDG_DATA_HOME/applications, then each of $XDG_DATA_DIRS).
     X11Workspace(X11Connection& x11, std::vector<std::string> applicationFolders);
-    ~X11Workspace() override { *isAlive_ = false; }
+    ~X11Workspace() override { lifetime_.end(); }
 
     std::optional<RunningApplication> frontmostApplication() override;
     // From the root window's _NET_ACTIVE_WINDOW, which the window manager sets.
@@ -57,7 +58,7 @@ private:
     std::optional<std::vector<DesktopEntry>> entries_;
     std::function<void()> onActivation_;
     bool isWatchingRoot_ = false;
-    std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+    Lifetime lifetime_;
 };
 
 }  // namespace tamarind

@@ -1,8 +1,6 @@
 // collections, stats, retention, purge-tombstones, remove-orphans, wipe and doctor.
 
-#include <SQLiteCpp/Database.h>
 #include <sys/stat.h>
-#include <xcb/xcb.h>
 
 #include <cstdlib>
 #include <ostream>
@@ -10,6 +8,7 @@
 #include "cli/ClipFormat.h"
 #include "cli/Commands.h"
 #include "foundation/Text.h"
+#include "platform/x11/X11Connection.h"
 
 namespace tamarind::cli {
 
@@ -195,24 +194,17 @@ void checkStore(Checkup& checkup, const std::filesystem::path& file) {
         checkup.note(file.filename().string(), "not created yet");
         return;
     }
-    try {
-        SQLite::Database database(file, SQLite::OPEN_READONLY);
-        std::string integrity = database.execAndGet("PRAGMA quick_check").getString();
-        std::string version = database.tableExists("meta")
-                                  ? database.execAndGet("SELECT value FROM meta WHERE key = 'schemaVersion'").getString()
-                                  : "none";
-        long long clips = database.tableExists("clip")
-                              ? database.execAndGet("SELECT count(*) FROM clip WHERE deletedAt IS NULL").getInt64()
-                              : 0;
-        checkup.line(integrity == "ok" && version == kSchemaVersion, file.filename().string(),
-                     "schema " + version + ", " + std::to_string(clips) + " clips, integrity " + integrity +
-                         ", mode " + modeOf(file));
-    } catch (const std::exception& error) {
-        checkup.line(false, file.filename().string(), error.what());
+    auto health = ModelContainer::inspect(file);
+    if (!health) {
+        checkup.line(false, file.filename().string(), health.error());
+        return;
     }
+    checkup.line(health->integrity == "ok" && health->schemaVersion == kSchemaVersion, file.filename().string(),
+                 "schema " + health->schemaVersion + ", " + std::to_string(health->liveClips) + " clips, integrity " +
+                     health->integrity + ", mode " + modeOf(file));
 }
 
-void checkDisplay(Checkup& checkup) {
+void checkDisplay(Checkup& checkup, MainLoop& loop) {
     const char* wayland = std::getenv("WAYLAND_DISPLAY");
     const char* session = std::getenv("XDG_SESSION_TYPE");
     checkup.note("session", std::string(session ? session : "unknown") + (wayland ? ", Wayland display " + std::string(wayland) : ""));
@@ -221,24 +213,19 @@ void checkDisplay(Checkup& checkup) {
         checkup.line(false, "X11 display", "DISPLAY is not set; capture and paste need an X server (the commands work without one)");
         return;
     }
-    int screen = 0;
-    xcb_connection_t* connection = xcb_connect(nullptr, &screen);
-    if (xcb_connection_has_error(connection)) {
+    auto opened = X11Connection::open(loop);
+    auto* x11 = std::get_if<std::unique_ptr<X11Connection>>(&opened);
+    if (!x11) {
         checkup.line(false, "X11 display", std::string("cannot connect to ") + display);
-        xcb_disconnect(connection);
         return;
     }
     checkup.line(true, "X11 display", display);
     // Capture watches the clipboard with XFIXES; paste types with XTEST; hotkeys and the
     // pointer's screen use the rest.
     for (const char* extension : {"XFIXES", "XTEST", "RANDR", "XInputExtension"}) {
-        auto cookie = xcb_query_extension(connection, static_cast<std::uint16_t>(std::strlen(extension)), extension);
-        xcb_query_extension_reply_t* reply = xcb_query_extension_reply(connection, cookie, nullptr);
-        bool present = reply && reply->present;
-        std::free(reply);
+        bool present = (*x11)->hasExtension(extension);
         checkup.line(present, "X11 extension " + std::string(extension), present ? "present" : "missing");
     }
-    xcb_disconnect(connection);
 }
 
 void checkPackages(Checkup& checkup) {
@@ -264,7 +251,7 @@ void runDoctor(CliContext& context) {
     checkup.note("cache", paths.cache.string());
     checkStore(checkup, paths.applicationSupport / kMainStoreFilename);
     checkStore(checkup, paths.applicationSupport / kVaultStoreFilename);
-    checkDisplay(checkup);
+    checkDisplay(checkup, context.loop());
     checkPackages(checkup);
     if (checkup.problems > 0)
         refuse(std::to_string(checkup.problems) + (checkup.problems == 1 ? " problem" : " problems") + " found");

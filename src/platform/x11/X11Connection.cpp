@@ -107,4 +107,12 @@ void X11Connection::dispatchLater() {
     });
 }
 
+bool X11Connection::hasExtension(const std::string& name) {
+    auto cookie = xcb_query_extension(connection_, static_cast<std::uint16_t>(name.size()), name.c_str());
+    xcb_query_extension_reply_t* reply = xcb_query_extension_reply(connection_, cookie, nullptr);
+    bool present = reply && reply->present;
+    std::free(reply);
+    return present;
+}
+
 }  // namespace tamarind

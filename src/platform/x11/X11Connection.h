@@ -33,6 +33,9 @@ public:
     // Unmapped, 1 by 1, listening to its own property changes.
     xcb_window_t window() const { return window_; }
 
+    // Whether the server offers this extension ("XFIXES", "XTEST"...).
+    bool hasExtension(const std::string& name);
+
     xcb_atom_t atom(const std::string& name);
     // The atom's name; empty for an atom the server doesn't know.
     std::string atomName(xcb_atom_t atom);

@@ -1,7 +1,6 @@
 #include "foundation/ImageCodec.h"
 
 #include <leptonica/allheaders.h>
-#include <malloc.h>
 
 #include <algorithm>
 #include <cmath>
@@ -102,12 +101,6 @@ std::optional<Data> convertToPng(const Data& image) {
     PixPtr pix = decode(image, *header);
     if (!pix) return std::nullopt;
     return encodePng(pix.get());
-}
-
-std::optional<Data> makeThumbnailReleasingMemory(const Data& image) {
-    auto thumbnail = makeThumbnail(image);
-    ::malloc_trim(0);
-    return thumbnail;
 }
 
 }  // namespace tamarind

@@ -26,10 +26,6 @@ std::optional<PixelSize> imagePixelSize(const Data& image);
 // the old one times min(512 / long side, 1), rounded. Transparency is kept.
 std::optional<Data> makeThumbnail(const Data& image);
 
-// makeThumbnail(), then the decoding's tens of megabytes handed back to the system, which glibc
-// would otherwise keep for the life of the app.
-std::optional<Data> makeThumbnailReleasingMemory(const Data& image);
-
 // The image as PNG, for clipboard owners that offer only other formats.
 std::optional<Data> convertToPng(const Data& image);
 

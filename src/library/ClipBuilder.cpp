@@ -19,7 +19,7 @@ Clip ClipBuilder::build(const PasteboardSnapshot& snapshot, ClipKind kind, std::
                                         thumbnailWhen == Thumbnail::now ? Durability::now : Durability::later);
         if (auto* name = std::get_if<std::string>(&written)) blobFilename = *name;
         else log_.log("Blob write failed: %{public}s", std::get<FileError>(written).message);
-        if (thumbnailWhen == Thumbnail::now) thumbnail = makeThumbnailReleasingMemory(*snapshot.imageData);
+        if (thumbnailWhen == Thumbnail::now) thumbnail = makeThumbnail(*snapshot.imageData);
         if (snapshot.imagePixelSize) {
             width = static_cast<long long>(snapshot.imagePixelSize->width);
             height = static_cast<long long>(snapshot.imagePixelSize->height);

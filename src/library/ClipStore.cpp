@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "foundation/ImageCodec.h"
+#include "foundation/Sha256.h"
 #include "foundation/Text.h"
 #include "library/ClipClassifier.h"
 
@@ -91,6 +92,8 @@ ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore,
       revision_(loop, 0),
       totalCount_(loop, 0) {
     attributePlaceholderOrigins(builder_.originDeviceID());
+    // Loads the hash's provider now: the first copy would otherwise wait a few milliseconds for it.
+    (void)sha256Hex("");
     totalCount_.set(liveClipCount());
     fillRecentHashes();
     mainDataVersion_ = readOr(main_->dataVersion(), "Reading the store's version", 0LL);
@@ -287,7 +290,7 @@ void ClipStore::makeThumbnailLater(const Uuid& id, const std::optional<std::stri
             if (file.bytes) read = Data(file.bytes->begin(), file.bytes->end());
         }
         if (!read) return;
-        auto thumbnail = makeThumbnailReleasingMemory(*read);
+        auto thumbnail = makeThumbnail(*read);
         if (!thumbnail) return;
         loop.post([this, id, thumbnail = std::move(*thumbnail), alive] {
             if (!alive.isAlive()) return;

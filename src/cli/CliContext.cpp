@@ -15,9 +15,8 @@ constexpr int kListedAmbiguousMatches = 5;
 
 bool isIDCharacter(char c) { return std::isxdigit(static_cast<unsigned char>(c)) || c == '-'; }
 
-// What the ingest runs, read without making a SmartRuleStore: that writes both lists back (and
-// seeds the examples), and a settings file rewritten from this process's copy would undo what
-// another tamarind changed meanwhile. So `add` and `import` never write the settings.
+// What the ingest runs, read without making a SmartRuleStore: on a first run that seeds the
+// examples, and `add` and `import` never write the settings.
 std::vector<SmartRule> storedActiveRules(const Defaults& defaults) {
     auto stored = defaults.data(ruleKeys::smartRules);
     if (!stored) return {};

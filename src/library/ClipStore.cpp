@@ -92,8 +92,9 @@ ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore,
       revision_(loop, 0),
       totalCount_(loop, 0) {
     attributePlaceholderOrigins(builder_.originDeviceID());
-    // Loads the hash's provider now: the first copy would otherwise wait a few milliseconds for it.
-    (void)sha256Hex("");
+    // Where copies arrive on a loop that must stay free, the hash's provider is loaded now: the
+    // first copy would otherwise wait a few milliseconds for it.
+    if (imageWorker_) (void)sha256Hex("");
     totalCount_.set(liveClipCount());
     fillRecentHashes();
     mainDataVersion_ = readOr(main_->dataVersion(), "Reading the store's version", 0LL);
@@ -127,14 +128,12 @@ bool ClipStore::apply(ModelContainer& container, const std::function<Status()>& 
     return true;
 }
 
-bool ClipStore::applyWithoutSaving(ModelContainer& container, const std::function<Status()>& change, bool& wrote) {
+Status ClipStore::applyWithoutSaving(ModelContainer& container, const std::function<Status()>& change, bool& wrote) {
     long long before = container.totalChanges();
-    if (Status status = container.atomically(change); !status) {
-        log_.error("Save failed: %{public}s", status.error());
-        return false;
-    }
-    wrote = wrote || container.totalChanges() != before;
-    return true;
+    Status status = container.atomically(change);
+    if (!status) log_.error("Save failed: %{public}s", status.error());
+    wrote = wrote || (status && container.totalChanges() != before);
+    return status;
 }
 
 long long ClipStore::liveClipCount() {
@@ -303,21 +302,17 @@ void ClipStore::makeThumbnailLater(const Uuid& id, const std::optional<std::stri
 
 Status ClipStore::insert(Clip clip, const std::vector<Uuid>& collectionIDs) {
     ModelContainer& container = clip.isSensitive && vault_ ? *vault_ : *main_;
-    Status inserted = container.atomically([&] {
+    bool wrote = false;
+    Status inserted = applyWithoutSaving(container, [&] {
         Status status = container.insert(clip);
         // Filed as the collection's add files it (a board's first column, at its end), in the
         // insert's transaction; a sensitive clip in the vault joins no collection.
         if (&container == main_.get())
-            for (const Uuid& collectionID : collectionIDs) {
-                if (!status) break;
-                status = fileIntoCollection({clip.id}, collectionID);
-            }
+            for (auto next = collectionIDs.begin(); status && next != collectionIDs.end(); ++next)
+                status = fileIntoCollection({clip.id}, *next);
         return status;
-    });
-    if (!inserted) {
-        log_.error("Save failed: %{public}s", inserted.error());
-        return inserted;
-    }
+    }, wrote);
+    if (!inserted) return inserted;
     recentHashes_.record(clip.contentHash);
     // A clip is kept once it is committed; with saves deferred, once the import's save commits it.
     return commit();

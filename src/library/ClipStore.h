@@ -230,7 +230,7 @@ private:
     // logged, and nothing of the change stays behind. Whether it went through.
     bool apply(ModelContainer& container, const std::function<Status()>& change);
     // apply() for one of several changes that save once at their end; `wrote` is set when it wrote.
-    bool applyWithoutSaving(ModelContainer& container, const std::function<Status()>& change, bool& wrote);
+    Status applyWithoutSaving(ModelContainer& container, const std::function<Status()>& change, bool& wrote);
     // save(), with the first failed commit as its result.
     Status commit();
     // The value of a read, or `fallback` after logging why the store could not answer.

@@ -110,7 +110,7 @@ void ClipStore::deleteClips(const std::vector<Uuid>& ids) {
     bool wrote = false;
     for (auto& [container, idsThere] : byStore) {
         std::vector<Clip> deleted;
-        bool done = applyWithoutSaving(*container, [&, container = container, &idsThere = idsThere] {
+        Status done = applyWithoutSaving(*container, [&, container = container, &idsThere = idsThere] {
             return forEach(idsThere, [&](const Uuid& id) {
                 // Media are not needed: a tombstone clears them and a removal takes them along.
                 auto clip = container->clip(id, /*includesMedia=*/false);

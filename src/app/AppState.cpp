@@ -36,7 +36,7 @@ AppState::AppState(MainLoop& loop, Defaults& defaults, const Paths& paths, Platf
     capture_ = std::make_unique<ClipCaptureService>(loop, *store_, *preferences_, *monitor_);
     paste_ = std::make_unique<PasteService>(
         loop, PlatformForPaste{platform.pasteboard, platform.workspace, platform.permissions, platform.keyEvents},
-        BlobStore(paths.blobs()), *preferences_);
+        BlobStore(paths.blobs()), *preferences_, &imageWorker_);
     if (platform.hotKeys && platform.hud) {
         shortcuts_ = std::make_unique<KeyboardShortcuts>(defaults, loop, *platform.hotKeys, declaredDefaultShortcut);
         pasteCoordinator_ = std::make_unique<PasteCoordinator>(

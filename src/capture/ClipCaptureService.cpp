@@ -56,7 +56,12 @@ void ClipCaptureService::handle(const PasteboardSnapshot& snapshot) {
         capturedThisSession_.set(capturedThisSession_.value() + 1);
         return;
     }
-    IngestResult result = store_.ingest(snapshot, excluded);
+    store_.submit(snapshot, excluded, [this, alive = lifetime_.weak()](const IngestResult& result) {
+        if (alive.isAlive()) record(result);
+    });
+}
+
+void ClipCaptureService::record(const IngestResult& result) {
     lastResult_.set(result);
     switch (result.kind) {
     case IngestResult::Kind::inserted: {

@@ -37,10 +37,12 @@ public:
     }
 
     void start();
-    // The monitor's onChange.
+    // The monitor's onChange. The store's answer may come later (an image is hashed and written on
+    // its worker first); the counters and lastResult move when it does.
     void handle(const PasteboardSnapshot& snapshot);
 
 private:
+    void record(const IngestResult& result);
     void applyRetention();
     void scheduleRetention();
 

@@ -8,17 +8,19 @@
 namespace tamarind {
 
 Clip ClipBuilder::build(const PasteboardSnapshot& snapshot, ClipKind kind, std::string hash, bool isSensitive,
-                        Thumbnail thumbnailWhen) const {
+                        Thumbnail thumbnailWhen, std::optional<std::string> writtenBlob) const {
     Uuid blobID = Uuid::random();
 
-    std::optional<std::string> blobFilename;
+    std::optional<std::string> blobFilename = std::move(writtenBlob);
     std::optional<Data> thumbnail;
     long long width = 0, height = 0;
-    if (snapshot.imageData) {
+    if (snapshot.imageData && !blobFilename) {
         auto written = blobStore_.write(*snapshot.imageData, blobID, snapshot.imageFileExtension.value_or("png"),
                                         thumbnailWhen == Thumbnail::now ? Durability::now : Durability::later);
         if (auto* name = std::get_if<std::string>(&written)) blobFilename = *name;
         else log_.log("Blob write failed: %{public}s", std::get<FileError>(written).message);
+    }
+    if (snapshot.imageData) {
         if (thumbnailWhen == Thumbnail::now) thumbnail = makeThumbnail(*snapshot.imageData);
         if (snapshot.imagePixelSize) {
             width = static_cast<long long>(snapshot.imagePixelSize->width);

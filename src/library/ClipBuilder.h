@@ -23,8 +23,9 @@ public:
 
     enum class Thumbnail { now, later };
     // `hash` is contentHash(snapshot, kind), which the ingest has already made for its duplicate test.
+    // `writtenBlob` names the image's blob when a worker has already written it.
     Clip build(const PasteboardSnapshot& snapshot, ClipKind kind, std::string hash, bool isSensitive,
-               Thumbnail thumbnail = Thumbnail::now) const;
+               Thumbnail thumbnail = Thumbnail::now, std::optional<std::string> writtenBlob = std::nullopt) const;
 
     const BlobStore& blobStore() const { return blobStore_; }
     const std::string& originDeviceID() const { return originDeviceID_; }

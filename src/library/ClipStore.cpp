@@ -101,6 +101,16 @@ ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore,
     if (vault_) vaultDataVersion_ = readOr(vault_->dataVersion(), "Reading the store's version", 0LL);
 }
 
+ClipStore::~ClipStore() {
+    lifetime_.end();
+    // One whose worker part is still running is ingested without it; that blob is left to the
+    // orphan sweep.
+    for (PendingIngest& pending : pendingIngests_) {
+        if (pending.isPreparing) pending.prepared.reset();
+        (void)ingestPending(pending);
+    }
+}
+
 void ClipStore::attributePlaceholderOrigins(const std::string& machineID) {
     // What earlier builds stamped before the machine had an identifier: the app's and the
     // command line's placeholders.
@@ -180,6 +190,74 @@ bool ClipStore::isOutsideLimits(const PasteboardSnapshot& snapshot, ClipKind kin
 }
 
 IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::set<std::string>& excludedBundleIDs) {
+    return ingest(snapshot, excludedBundleIDs, std::nullopt);
+}
+
+void ClipStore::submit(PasteboardSnapshot snapshot, std::set<std::string> excludedBundleIDs,
+                       std::function<void(const IngestResult&)> then) {
+    PendingIngest& pending = pendingIngests_.emplace_back();
+    pending.sequence = nextIngestSequence_++;
+    pending.snapshot = std::make_shared<const PasteboardSnapshot>(std::move(snapshot));
+    pending.excludedBundleIDs = std::move(excludedBundleIDs);
+    pending.then = std::move(then);
+    prepareOnWorker(pending);
+    drainPendingIngests();
+}
+
+void ClipStore::prepareOnWorker(PendingIngest& pending) {
+    // The gate and the limits come before the hash in the ingest: a copy they refuse isn't worth it.
+    const PasteboardSnapshot& snapshot = *pending.snapshot;
+    if (!imageWorker_ || !snapshot.imageData) return;
+    ClipKind kind = classify(snapshot);
+    if (captureRejection(snapshot, pending.excludedBundleIDs) || isOutsideLimits(snapshot, kind, captureLimits_))
+        return;
+    pending.isPreparing = true;
+    // Hashing 4K pixels and writing them out take milliseconds each; the fsync as long as the disk
+    // likes. The blob is synced before the clip is inserted, so a kill after the insert keeps both.
+    imageWorker_->run([this, &loop = loop_, blobs = blobStore_, sequence = pending.sequence,
+                       snapshot = pending.snapshot, kind, alive = lifetime_.weak()] {
+        PreparedImage prepared{contentHash(*snapshot, kind), std::nullopt};
+        auto written = blobs.write(*snapshot->imageData, Uuid::random(), snapshot->imageFileExtension.value_or("png"));
+        if (auto* name = std::get_if<std::string>(&written)) prepared.blobFilename = *name;
+        else Log("library").log("Blob write failed: %{public}s", std::get<FileError>(written).message);
+        loop.post([this, blobs, sequence, prepared = std::move(prepared), alive] {
+            // The store, gone meanwhile, ingested the copy without this blob.
+            if (!alive.isAlive()) {
+                if (prepared.blobFilename) blobs.remove(*prepared.blobFilename);
+                return;
+            }
+            for (PendingIngest& pending : pendingIngests_)
+                if (pending.sequence == sequence) {
+                    pending.prepared = prepared;
+                    pending.isPreparing = false;
+                }
+            drainPendingIngests();
+        });
+    });
+}
+
+void ClipStore::drainPendingIngests() {
+    // A callback that submits again is served by this same loop.
+    if (isDraining_) return;
+    isDraining_ = true;
+    while (!pendingIngests_.empty() && !pendingIngests_.front().isPreparing) {
+        PendingIngest next = std::move(pendingIngests_.front());
+        pendingIngests_.pop_front();
+        IngestResult result = ingestPending(next);
+        if (next.then) next.then(result);
+    }
+    isDraining_ = false;
+}
+
+IngestResult ClipStore::ingestPending(const PendingIngest& pending) {
+    IngestResult result = ingest(*pending.snapshot, pending.excludedBundleIDs, pending.prepared);
+    if (result.kind != IngestResult::Kind::inserted && pending.prepared && pending.prepared->blobFilename)
+        blobStore_.remove(pending.prepared->blobFilename.value());
+    return result;
+}
+
+IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::set<std::string>& excludedBundleIDs,
+                               const std::optional<PreparedImage>& prepared) {
     if (auto rejection = captureRejection(snapshot, excludedBundleIDs)) {
         log_.info("Skipped capture: %{public}s", rejection->description());
         return IngestResult::rejected(*rejection);
@@ -191,7 +269,7 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
         return IngestResult::rejected(CaptureRejection::empty());
     }
 
-    std::string hash = contentHash(snapshot, kind);
+    std::string hash = prepared ? prepared->hash : contentHash(snapshot, kind);
     if (recentHashes_.contains(hash)) {
         std::optional<Clip> newest;
         ModelContainer* home = nullptr;
@@ -235,7 +313,8 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
 
     bool thumbnailLater = imageWorker_ && snapshot.imageData;
     Clip clip = builder_.build(snapshot, kind, hash, isSensitive,
-                               thumbnailLater ? ClipBuilder::Thumbnail::later : ClipBuilder::Thumbnail::now);
+                               thumbnailLater ? ClipBuilder::Thumbnail::later : ClipBuilder::Thumbnail::now,
+                               prepared ? prepared->blobFilename : std::nullopt);
     if (outcome.markFavorite) clip.isFavorite = true;
     lastInsertMatchedRule_ = outcome.matchedAnyRule;
     Uuid id = clip.id;

@@ -8,6 +8,7 @@
 // logged and the change stays pending. Persistence errors never leave the class.
 
 #include <array>
+#include <deque>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -138,13 +139,15 @@ inline constexpr double kBoardIndexGap = 1024;
 
 class ClipStore {
 public:
-    // `policy` holds the rules and the secret detector the ingest consults. With `imageWorker`, an
-    // image's thumbnail is made there after the clip is stored, and attached when it comes back;
-    // without one (the command line, which has no loop to keep free), during the ingest. Both
-    // must outlive the store.
+    // `policy` holds the rules and the secret detector the ingest consults. With `imageWorker`,
+    // submit() makes an image's content hash and blob there, and an image's thumbnail is made there
+    // after the clip is stored and attached when it comes back; without one (the command line,
+    // which has no loop to keep free), during the ingest. Both must outlive the store.
     ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore, std::string originDeviceID,
               IngestPolicy policy = {}, Worker* imageWorker = nullptr);
-    ~ClipStore() { lifetime_.end(); }
+    // Copies still waiting in submit()'s queue are ingested first, here, without their callbacks:
+    // they may be what a user copied a moment before quitting.
+    ~ClipStore();
     ClipStore(const ClipStore&) = delete;
     ClipStore& operator=(const ClipStore&) = delete;
 
@@ -163,7 +166,18 @@ public:
     void setOnIconRequest(std::function<void(const std::optional<std::string>& bundleID)> onIconRequest);
 
     // --- ingest ---
+    // The ingest, whole, on the calling thread: what the command line uses.
     IngestResult ingest(const PasteboardSnapshot& snapshot, const std::set<std::string>& excludedBundleIDs);
+    // The ingest for a loop that must stay free: copies are ingested in the order submitted, and
+    // `then` is called on the loop with each result. An image that passes the gate and the limits
+    // first has its content hash made and its blob written and synced on the image worker, so
+    // the loop only decides and inserts; the steps and their order are the ingest's. A copy
+    // waits for those ahead of it. With no worker, or nothing queued and no image, `then` runs
+    // before submit returns.
+    void submit(PasteboardSnapshot snapshot, std::set<std::string> excludedBundleIDs,
+                std::function<void(const IngestResult&)> then);
+    // Copies submitted and not yet ingested.
+    std::size_t pendingIngestCount() const { return pendingIngests_.size(); }
     // Stores collect mode's stack as one clip of kind multiClip: the joined text and the payload's
     // JSON. It skips the gate, the rules and the sensitive test, which the single copies passed by.
     // None when the store could not keep it.
@@ -238,6 +252,29 @@ private:
     // Once per store: clips stamped with an earlier build's placeholder get this machine's id.
     void attributePlaceholderOrigins(const std::string& machineID);
     void promote(Clip clip, ModelContainer& container, Date at);
+    // What the image worker made ahead of an ingest: the content hash, and the blob it wrote
+    // (none when the write failed; the ingest then writes it itself).
+    struct PreparedImage {
+        std::string hash;
+        std::optional<std::string> blobFilename;
+    };
+    struct PendingIngest {
+        long long sequence = 0;
+        std::shared_ptr<const PasteboardSnapshot> snapshot;
+        std::set<std::string> excludedBundleIDs;
+        std::function<void(const IngestResult&)> then;
+        bool isPreparing = false;
+        std::optional<PreparedImage> prepared;
+    };
+    // The ingest's steps, with the hash and blob the worker made when there are some.
+    IngestResult ingest(const PasteboardSnapshot& snapshot, const std::set<std::string>& excludedBundleIDs,
+                        const std::optional<PreparedImage>& prepared);
+    // ingest() for a queued copy; a blob made ahead that no new clip keeps is removed.
+    IngestResult ingestPending(const PendingIngest& pending);
+    // Starts the worker's part for an image the gate and the limits let through.
+    void prepareOnWorker(PendingIngest& pending);
+    // Ingests the queue's head while it is ready.
+    void drainPendingIngests();
     // On the worker: the blob's fsync and the thumbnail of a stored image clip, attached on the loop.
     void makeThumbnailLater(const Uuid& id, const std::optional<std::string>& blobFilename, const Data& image);
     Status insert(Clip clip, const std::vector<Uuid>& collectionIDs);
@@ -259,6 +296,9 @@ private:
     RecentHashWindow recentHashes_{kRecentHashCapacity};
     IngestPolicy policy_;
     Worker* imageWorker_;
+    std::deque<PendingIngest> pendingIngests_;
+    long long nextIngestSequence_ = 0;
+    bool isDraining_ = false;
     std::function<void(const std::optional<std::string>&)> onIconRequest_;
     CaptureLimits captureLimits_;
     bool lastInsertMatchedRule_ = false;

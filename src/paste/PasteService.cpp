@@ -78,11 +78,12 @@ std::optional<ClipboardContent> pasteContent(const Clip& clip, bool asPlainText,
 }
 
 PasteService::PasteService(MainLoop& loop, PlatformForPaste platform, BlobStore blobStore,
-                           const CapturePreferences& preferences)
+                           const CapturePreferences& preferences, Worker* imageWorker)
     : loop_(loop),
       platform_(platform),
       blobStore_(std::move(blobStore)),
       preferences_(preferences),
+      imageWorker_(imageWorker),
       needsAccessibilityOnboarding_(loop, false) {}
 
 PasteService::~PasteService() { lifetime_.end(); }
@@ -98,7 +99,10 @@ void PasteService::recordTargetApplication() {
 
 bool PasteService::write(const Clip& clip, bool asPlainText) {
     std::string joiner = separator(preferences_.multiClipJoiner().value(), preferences_.multiClipCustomSeparator().value());
-    std::optional<ClipboardContent> content = pasteContent(clip, asPlainText, joiner, blobStore_);
+    return write(pasteContent(clip, asPlainText, joiner, blobStore_));
+}
+
+bool PasteService::write(std::optional<ClipboardContent> content) {
     if (!content) {
         platform_.pasteboard.write(ClipboardContent{});
         return false;
@@ -106,24 +110,40 @@ bool PasteService::write(const Clip& clip, bool asPlainText) {
     return platform_.pasteboard.write(std::move(*content));
 }
 
-void PasteService::paste(const Clip& clip, Request request, std::function<void(PasteOutcome)> done) {
-    // The archive is only kept for the restore, so with the restore off none is taken: reading
-    // every type of another application's clipboard costs a round trip each.
-    if (!preferences_.restoresPasteboardAfterPaste().value())
-        return pasteAfterArchive(clip, std::move(request), std::nullopt, std::move(done));
-    platform_.pasteboard.readArchive([this, alive = lifetime_.weak(), clip, request = std::move(request),
-                                      done = std::move(done)](PasteboardArchive archive) mutable {
-        if (!alive.isAlive()) return;
-        pasteAfterArchive(clip, std::move(request), std::move(archive), std::move(done));
+void PasteService::prepareContent(const Clip& clip, bool asPlainText,
+                                  std::function<void(std::optional<ClipboardContent>)> then) {
+    std::string joiner = separator(preferences_.multiClipJoiner().value(), preferences_.multiClipCustomSeparator().value());
+    bool isImage = clip.clipKind() == ClipKind::image || clip.clipKind() == ClipKind::screenshot;
+    if (!imageWorker_ || asPlainText || !isImage) return then(pasteContent(clip, asPlainText, joiner, blobStore_));
+    // Reading a 4K screenshot and encoding it as PNG take tens of milliseconds.
+    imageWorker_->run([&loop = loop_, clip, joiner, blobs = blobStore_, then = std::move(then)] {
+        loop.post([content = pasteContent(clip, false, joiner, blobs), then] { then(content); });
     });
 }
 
-void PasteService::pasteAfterArchive(const Clip& clip, Request request, std::optional<PasteboardArchive> archive,
-                                      std::function<void(PasteOutcome)> done) {
+void PasteService::paste(const Clip& clip, Request request, std::function<void(PasteOutcome)> done) {
+    bool asPlainText = request.asPlainText;
+    prepareContent(clip, asPlainText, [this, alive = lifetime_.weak(), request = std::move(request),
+                                       done = std::move(done)](std::optional<ClipboardContent> content) mutable {
+        if (!alive.isAlive()) return;
+        // The archive is only kept for the restore, so with the restore off none is taken: reading
+        // every type of another application's clipboard costs a round trip each.
+        if (!preferences_.restoresPasteboardAfterPaste().value())
+            return pasteAfterArchive(std::move(content), std::move(request), std::nullopt, std::move(done));
+        platform_.pasteboard.readArchive([this, alive, content = std::move(content), request = std::move(request),
+                                          done = std::move(done)](PasteboardArchive archive) mutable {
+            if (!alive.isAlive()) return;
+            pasteAfterArchive(std::move(content), std::move(request), std::move(archive), std::move(done));
+        });
+    });
+}
+
+void PasteService::pasteAfterArchive(std::optional<ClipboardContent> content, Request request,
+                                      std::optional<PasteboardArchive> archive, std::function<void(PasteOutcome)> done) {
     auto finish = [this, done = std::move(done)](PasteOutcome outcome) {
         loop_.post([done, outcome] { done(outcome); });
     };
-    if (!write(clip, request.asPlainText)) return finish(PasteOutcome::nothingToPaste);
+    if (!write(std::move(content))) return finish(PasteOutcome::nothingToPaste);
     if (request.onWritten) request.onWritten();
     if (request.hidePanel) request.hidePanel();
     if (platform_.permissions && !platform_.permissions->hasAccessibilityAccess()) {

@@ -3,7 +3,8 @@
 // allows, brings back the application the user was in, types the paste
 // keystroke for them, and can put the clipboard back as it was. It remembers
 // that application when one of this program's own surfaces opens, since by
-// the time the user picks a clip the surface is in front. Main thread only.
+// the time the user picks a clip the surface is in front. An image is read
+// from its blob and made PNG on the image worker. Main thread only.
 
 #include <functional>
 #include <optional>
@@ -13,6 +14,7 @@
 #include "foundation/Lifetime.h"
 #include "foundation/Log.h"
 #include "foundation/Observable.h"
+#include "foundation/Worker.h"
 #include "library/BlobStore.h"
 #include "library/Clip.h"
 #include "platform/KeyEvents.h"
@@ -43,7 +45,10 @@ struct PlatformForPaste {
 
 class PasteService {
 public:
-    PasteService(MainLoop& loop, PlatformForPaste platform, BlobStore blobStore, const CapturePreferences& preferences);
+    // Without `imageWorker` (the command line, which has no loop to keep free) an image is read
+    // and converted during the paste. It must outlive the service.
+    PasteService(MainLoop& loop, PlatformForPaste platform, BlobStore blobStore, const CapturePreferences& preferences,
+                 Worker* imageWorker = nullptr);
     ~PasteService();
     PasteService(const PasteService&) = delete;
     PasteService& operator=(const PasteService&) = delete;
@@ -70,8 +75,12 @@ public:
     Observable<bool>& needsAccessibilityOnboarding() { return needsAccessibilityOnboarding_; }
 
 private:
-    void pasteAfterArchive(const Clip& clip, Request request, std::optional<PasteboardArchive> archive,
-                           std::function<void(PasteOutcome)> done);
+    // pasteContent(), on the worker for an image; `then` on the loop.
+    void prepareContent(const Clip& clip, bool asPlainText,
+                        std::function<void(std::optional<ClipboardContent>)> then);
+    bool write(std::optional<ClipboardContent> content);
+    void pasteAfterArchive(std::optional<ClipboardContent> content, Request request,
+                           std::optional<PasteboardArchive> archive, std::function<void(PasteOutcome)> done);
     void pressPaste(RunningApplication target, std::optional<PasteboardArchive> archive,
                     std::function<void(PasteOutcome)> done);
     void restore(PasteboardArchive archive);
@@ -80,6 +89,7 @@ private:
     PlatformForPaste platform_;
     BlobStore blobStore_;
     const CapturePreferences& preferences_;
+    Worker* imageWorker_;
     std::optional<RunningApplication> targetApplication_;
     Observable<bool> needsAccessibilityOnboarding_;
     std::vector<TaskHandle> waits_;  // activation waits and restores under way

@@ -320,35 +320,108 @@ TEST_F(ClipStoreIngestTest, WritesFromAnotherProcessRaiseTheRevision) {
 namespace tamarind {
 namespace {
 
-// With a worker, the image is stored at once and its thumbnail follows: the loop never decodes.
-TEST(ClipStoreImageWorker, TheThumbnailComesBackToTheLoopAndFindsItsClipOrNothing) {
+class ClipStoreImageWorkerTest : public ::testing::Test {
+protected:
     TemporaryFolder folder;
     ManualMainLoop loop;
     ManualWorker worker;
-    ClipStore store(loop, openStores(folder.path()), BlobStore(folder.path() / "blobs"), "M", {}, &worker);
-    auto shot = [](double at, int width) {
+    std::unique_ptr<ClipStore> store = makeStore();
+
+    std::unique_ptr<ClipStore> makeStore() {
+        return std::make_unique<ClipStore>(loop, openStores(folder.path()), BlobStore(folder.path() / "blobs"), "M",
+                                           IngestPolicy{}, &worker);
+    }
+    static PasteboardSnapshot shot(double at, int width) {
         PasteboardSnapshot snapshot;
         snapshot.imageData = makePng(width, 300);
         snapshot.imagePixelSize = PixelSize{static_cast<double>(width), 300};
         snapshot.capturedAt = Date::fromReferenceSeconds(at);
         return snapshot;
-    };
-    auto kept = store.ingest(shot(1, 1200), {});
-    auto gone = store.ingest(shot(2, 1300), {});
-    auto thumbnailOf = [&](const Uuid& id) { return store.clip(id) ? store.clip(id)->thumbnailData : std::nullopt; };
+    }
+    std::optional<Data> thumbnailOf(const Uuid& id) {
+        return store->clip(id) ? store->clip(id)->thumbnailData : std::nullopt;
+    }
+    std::set<std::string> blobFiles() { return BlobStore(folder.path() / "blobs").existingFilenames(); }
+};
+
+// With a worker, the image is stored at once and its thumbnail follows: the loop never decodes.
+TEST_F(ClipStoreImageWorkerTest, TheThumbnailComesBackToTheLoopAndFindsItsClipOrNothing) {
+    auto kept = store->ingest(shot(1, 1200), {});
+    auto gone = store->ingest(shot(2, 1300), {});
     EXPECT_FALSE(thumbnailOf(kept.clipID)) << "not made during the ingest";
-    EXPECT_TRUE(store.clip(kept.clipID)->blobFilename) << "the image itself is kept at once";
+    EXPECT_TRUE(store->clip(kept.clipID)->blobFilename) << "the image itself is kept at once";
     EXPECT_EQ(worker.pending(), 2u);
 
-    store.deleteClip(gone.clipID);
+    store->deleteClip(gone.clipID);
     EXPECT_EQ(worker.runAll(), 2u);
-    long long before = store.revision().value();
+    long long before = store->revision().value();
     loop.runUntilIdle();
     auto thumbnail = thumbnailOf(kept.clipID);
     ASSERT_TRUE(thumbnail);
     EXPECT_EQ(imagePixelSize(*thumbnail), (PixelSize{512, 128}));
-    EXPECT_EQ(store.revision().value(), before + 1) << "one save, for the clip that is still there";
-    EXPECT_FALSE(store.clip(gone.clipID));
+    EXPECT_EQ(store->revision().value(), before + 1) << "one save, for the clip that is still there";
+    EXPECT_FALSE(store->clip(gone.clipID));
+}
+
+// Submitted copies are answered in the order they came, a text waiting behind an image whose hash
+// and blob the worker is making; a blob made ahead that no new clip keeps is removed.
+TEST_F(ClipStoreImageWorkerTest, SubmittedCopiesKeepTheirOrderAndLeaveNoStrayBlobs) {
+    std::vector<std::string> answers;
+    auto submit = [&](PasteboardSnapshot snapshot) {
+        store->submit(std::move(snapshot), {}, [&](const IngestResult& result) {
+            answers.push_back(result.description());
+        });
+    };
+    PasteboardSnapshot words;
+    words.types = {"UTF8_STRING"};
+    words.string = "after the image";
+    words.capturedAt = Date::fromReferenceSeconds(2);
+    submit(shot(1, 1200));
+    submit(words);
+    submit(shot(3, 1200));  // the same pixels again
+    submit(shot(4, 1400));
+    EXPECT_THAT(answers, ElementsAre()) << "the text waits for the image ahead of it";
+    EXPECT_EQ(store->pendingIngestCount(), 4u);
+    EXPECT_EQ(worker.runAll(), 3u) << "one job per image; the text needs none";
+
+    // A limit lowered while the worker ran applies to the copies still waiting.
+    store->setCaptureLimits(CaptureLimits{.maximumBytes = 10});
+    loop.runUntilIdle();
+    store->setCaptureLimits({});
+    EXPECT_THAT(answers, ElementsAre("rejected(empty)", "rejected(empty)", "rejected(empty)", "rejected(empty)"));
+    EXPECT_THAT(blobFiles(), ElementsAre()) << "the blobs the worker wrote went with their copies";
+
+    answers.clear();
+    submit(shot(5, 1200));
+    submit(words);
+    submit(shot(6, 1200));
+    worker.runAll();
+    loop.runUntilIdle();
+    EXPECT_THAT(answers, ElementsAre("inserted", "inserted", "deduplicated"));
+    EXPECT_EQ(blobFiles().size(), 1u) << "the repeat's blob is gone";
+    EXPECT_EQ(store->pendingIngestCount(), 0u);
+    worker.runAll();
+    loop.runUntilIdle();
+    EXPECT_EQ(store->count({}), 2);
+}
+
+// A copy still queued when the app quits is stored on the way out, whether or not the worker had
+// finished with it.
+TEST_F(ClipStoreImageWorkerTest, QueuedCopiesAreStoredWhenTheStoreCloses) {
+    int answered = 0;
+    store->submit(shot(1, 1200), {}, [&](const IngestResult&) { ++answered; });
+    store->submit(shot(2, 1300), {}, [&](const IngestResult&) { ++answered; });
+    worker.runAll();  // the first's hash and blob are made; the answer is not yet taken on the loop
+    store.reset();
+    EXPECT_EQ(answered, 0) << "nobody is left to answer";
+    worker.runAll();
+    loop.runUntilIdle();
+    store = makeStore();
+    std::vector<Clip> clips = store->fetchPage(0, {}, ClipSortOrder::newest, 10);
+    ASSERT_EQ(clips.size(), 2u);
+    std::set<std::string> kept;
+    for (const Clip& clip : clips) kept.insert(clip.blobFilename.value_or("none"));
+    EXPECT_EQ(blobFiles(), kept) << "each clip has its blob, and the blob made too late is gone";
 }
 
 }  // namespace

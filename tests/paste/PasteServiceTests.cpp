@@ -6,11 +6,13 @@
 
 #include "capture/MultiClipPayload.h"
 #include "foundation/Files.h"
+#include "foundation/ImageCodec.h"
 #include "library/FileBookmark.h"
 #include "paste/PasteService.h"
 #include "support/FakePlatform.h"
 #include "support/Images.h"
 #include "support/ManualMainLoop.h"
+#include "support/ManualWorker.h"
 #include "support/TemporaryFolder.h"
 
 namespace tamarind {
@@ -97,6 +99,42 @@ TEST_F(PasteServiceTest, EachKindWritesItsRichestForm) {
     files.fileBookmarks = encodeFileBookmarks({FileURL{"/tmp/a.txt"}, FileURL{"/tmp/b c.txt"}});
     ASSERT_TRUE(service->write(files, false));
     EXPECT_EQ(pasteboard.writes.back().files, (std::vector<FileURL>{{"/tmp/a.txt"}, {"/tmp/b c.txt"}}));
+}
+
+// Reading a screenshot's blob and making it PNG is the worker's: the paste goes on when it answers,
+// and a service gone meanwhile writes nothing.
+TEST_F(PasteServiceTest, AnImageIsReadAndConvertedOnTheWorker) {
+    ManualWorker worker;
+    auto withWorker = [&] {
+        service = std::make_unique<PasteService>(loop, PlatformForPaste{pasteboard, workspace, &permissions, &keys},
+                                                 blobs, preferences, &worker);
+        recordEditor();
+    };
+    withWorker();
+    Clip image = clipOf("screenshot", std::nullopt);
+    image.blobFilename = std::get<std::string>(blobs.write(makePng(5, 2), image.id, "png"));
+    std::optional<PasteOutcome> outcome;
+    service->paste(image, {}, [&](PasteOutcome result) { outcome = result; });
+    loop.runUntilIdle();
+    EXPECT_TRUE(pasteboard.writes.empty()) << "nothing is written before the worker answers";
+    EXPECT_EQ(worker.runAll(), 1u);
+    loop.runUntilIdle();
+    loop.advanceBy(kPasteActivationWait);
+    EXPECT_EQ(outcome, PasteOutcome::pasted);
+    ASSERT_EQ(pasteboard.writes.size(), 1u);
+    ASSERT_TRUE(pasteboard.writes[0].image);
+    EXPECT_EQ(imagePixelSize(*pasteboard.writes[0].image), (PixelSize{5, 2}));
+
+    EXPECT_EQ(paste(clipOf("text", "words")), PasteOutcome::pasted) << "a text needs no worker";
+    EXPECT_EQ(worker.pending(), 0u);
+
+    service->paste(image, {}, [&](PasteOutcome result) { outcome = result; });
+    outcome.reset();
+    withWorker();
+    worker.runAll();
+    loop.runUntilIdle();
+    EXPECT_EQ(pasteboard.writes.size(), 2u) << "the first service's image was not written";
+    EXPECT_FALSE(outcome);
 }
 
 TEST_F(PasteServiceTest, AMultiClipIsJoinedWithTheSeparatorSetNowAndKeepsItsFiles) {

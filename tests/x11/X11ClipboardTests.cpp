@@ -24,7 +24,7 @@ protected:
         auto opened = openX11Retrying(loop_, session_.display());
         ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Connection>>(opened)) << std::get<std::string>(opened);
         x11_ = std::move(std::get<std::unique_ptr<X11Connection>>(opened));
-        auto created = X11Clipboard::create(loop_, *x11_);
+        auto created = X11Clipboard::create(loop_, *x11_, &converter_);
         ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Clipboard>>(created));
         clipboard_ = std::move(std::get<std::unique_ptr<X11Clipboard>>(created));
     }
@@ -70,6 +70,7 @@ protected:
     X11Session session_;
     TemporaryFolder folder_;
     PollMainLoop loop_;
+    ThreadWorker converter_;
     std::unique_ptr<X11Connection> x11_;
     std::unique_ptr<X11Clipboard> clipboard_;
     InMemoryDefaults defaults_;

@@ -74,20 +74,22 @@ bool X11Clipboard::isProtocolTarget(std::string_view name) {
     return std::find(kProtocol.begin(), kProtocol.end(), name) != kProtocol.end();
 }
 
-std::variant<std::unique_ptr<X11Clipboard>, std::string> X11Clipboard::create(MainLoop& loop, X11Connection& x11) {
+std::variant<std::unique_ptr<X11Clipboard>, std::string> X11Clipboard::create(MainLoop& loop, X11Connection& x11,
+                                                                                Worker* converter) {
     xcb_connection_t* connection = x11.connection();
     const xcb_query_extension_reply_t* extension = xcb_get_extension_data(connection, &xcb_xfixes_id);
     if (!extension || !extension->present) return std::string("the X server has no XFIXES extension");
     // XFixes answers nothing until a client has said which version it speaks.
     auto cookie = xcb_xfixes_query_version(connection, XCB_XFIXES_MAJOR_VERSION, XCB_XFIXES_MINOR_VERSION);
     std::free(xcb_xfixes_query_version_reply(connection, cookie, nullptr));
-    return std::unique_ptr<X11Clipboard>(new X11Clipboard(loop, x11, extension->first_event));
+    return std::unique_ptr<X11Clipboard>(new X11Clipboard(loop, x11, extension->first_event, converter));
 }
 
-X11Clipboard::X11Clipboard(MainLoop& loop, X11Connection& x11, uint8_t xfixesEventBase)
+X11Clipboard::X11Clipboard(MainLoop& loop, X11Connection& x11, uint8_t xfixesEventBase, Worker* converter)
     : loop_(loop),
       x11_(x11),
       xfixesEventBase_(xfixesEventBase),
+      converter_(converter),
       clipboard_(x11.atom("CLIPBOARD")),
       property_(x11.atom("TAMARIND_CLIPBOARD")),
       incr_(x11.atom("INCR")) {
@@ -287,14 +289,11 @@ void X11Clipboard::take(const Step& step, std::string bytes) {
     case Field::image: {
         if (bytes.empty()) return;
         Data data = dataFromString(bytes);
-        if (step.name == "image/png" || step.name == "image/tiff") {
-            snapshot.imageFileExtension = step.name == "image/png" ? "png" : "tiff";
-        } else {
-            auto png = convertToPng(data);
-            if (!png) return;
-            data = std::move(*png);
-            snapshot.imageFileExtension = "png";
+        if (step.name != "image/png" && step.name != "image/tiff") {
+            read_->unconvertedImage = std::move(data);
+            return;
         }
+        snapshot.imageFileExtension = step.name == "image/png" ? "png" : "tiff";
         snapshot.imagePixelSize = imagePixelSize(data);
         snapshot.imageData = std::move(data);
         break;
@@ -308,6 +307,23 @@ void X11Clipboard::take(const Step& step, std::string bytes) {
 }
 
 void X11Clipboard::finishRead() {
+    if (read_->unconvertedImage) {
+        Data image = std::move(*read_->unconvertedImage);
+        read_->unconvertedImage.reset();
+        if (converter_) {
+            // Decoding and encoding take tens of milliseconds for a big image; the read stays
+            // under way meanwhile, so the next one waits.
+            converter_->run([this, &loop = loop_, image = std::move(image), alive = lifetime_.weak()] {
+                loop.post([this, png = convertToPng(image), alive]() mutable {
+                    if (!alive.isAlive()) return;
+                    takeConvertedImage(std::move(png));
+                    finishRead();
+                });
+            });
+            return;
+        }
+        takeConvertedImage(convertToPng(image));
+    }
     Read read = std::move(*read_);
     read_.reset();
     read.snapshot.changeCount = changeCount_;
@@ -321,6 +337,13 @@ void X11Clipboard::finishRead() {
     }
     loop_.post([done = std::move(read.done), snapshot = std::move(read.snapshot)]() mutable { done(std::move(snapshot)); });
     startNextRead();
+}
+
+void X11Clipboard::takeConvertedImage(std::optional<Data> png) {
+    if (!png) return;
+    read_->snapshot.imageFileExtension = "png";
+    read_->snapshot.imagePixelSize = imagePixelSize(*png);
+    read_->snapshot.imageData = std::move(*png);
 }
 
 }  // namespace tamarind

@@ -6,7 +6,8 @@
 // large data; a hung or dead owner costs at most its time-outs.
 //
 // Targets become the snapshot's fields: image/png, else image/tiff, else any
-// other image converted to PNG; text/uri-list (else GNOME's copied files);
+// other image converted to PNG (on the converter worker when there is one: the
+// next read waits for it, so snapshots keep their order); text/uri-list (else GNOME's copied files);
 // UTF8_STRING, text/plain;charset=utf-8, text/plain, else Latin-1 STRING;
 // text/rtf; text/html (UTF-16 as Firefox sends it is converted). The
 // protocol's own targets are left out of `types`. An archive read takes every
@@ -22,6 +23,7 @@
 
 #include "foundation/Lifetime.h"
 #include "foundation/Log.h"
+#include "foundation/Worker.h"
 #include "platform/Pasteboard.h"
 #include "platform/x11/X11ClipboardWriter.h"
 #include "platform/x11/X11Connection.h"
@@ -32,8 +34,10 @@ inline constexpr Duration kClipboardRequestTimeout = std::chrono::milliseconds(5
 
 class X11Clipboard final : public Pasteboard {
 public:
-    // The error text when the server lacks XFIXES.
-    static std::variant<std::unique_ptr<X11Clipboard>, std::string> create(MainLoop& loop, X11Connection& x11);
+    // The error text when the server lacks XFIXES. Without `converter` (a process with no loop to
+    // keep free) an image is converted during the read. It must outlive the clipboard.
+    static std::variant<std::unique_ptr<X11Clipboard>, std::string> create(MainLoop& loop, X11Connection& x11,
+                                                                          Worker* converter = nullptr);
     ~X11Clipboard() override;
 
     long long changeCount() const override { return changeCount_; }
@@ -62,11 +66,12 @@ private:
         std::function<void(PasteboardArchive)> archiveDone;
         PasteboardSnapshot snapshot;
         PasteboardArchive::Item archived;
+        std::optional<Data> unconvertedImage;  // an image in a format other than PNG or TIFF
         std::vector<Step> steps;
         std::size_t next = 0;
     };
 
-    X11Clipboard(MainLoop& loop, X11Connection& x11, uint8_t xfixesEventBase);
+    X11Clipboard(MainLoop& loop, X11Connection& x11, uint8_t xfixesEventBase, Worker* converter);
     void onEvent(const xcb_generic_event_t& event);
     void startNextRead();
     void requestNextStep();
@@ -74,6 +79,7 @@ private:
     void takeTargets(const std::string& bytes);
     void take(const Step& step, std::string bytes);
     void finishRead();
+    void takeConvertedImage(std::optional<Data> png);
     // Our own clipboard counts once, at the write, not again when the server tells of it.
     bool ownsClipboard() const { return writer_ && writer_->isOwner(); }
     X11ClipboardWriter& writer();
@@ -82,6 +88,7 @@ private:
     MainLoop& loop_;
     X11Connection& x11_;
     uint8_t xfixesEventBase_;
+    Worker* converter_;
     xcb_atom_t clipboard_;
     xcb_atom_t property_;
     xcb_atom_t incr_;

@@ -94,7 +94,14 @@ ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore,
     attributePlaceholderOrigins(builder_.originDeviceID());
     // Where copies arrive on a loop that must stay free, the hash's provider is loaded now: the
     // first copy would otherwise wait a few milliseconds for it.
-    if (imageWorker_) (void)sha256Hex("");
+    if (imageWorker_) {
+        (void)sha256Hex("");
+        for (ModelContainer* container : {main_.get(), vault_.get()})
+            if (container)
+                for (const Clip& clip : readOr(container->clipsWithoutThumbnail(kThumbnailBackfillPerStart),
+                                               "Finding clips without a thumbnail", std::vector<Clip>{}))
+                    makeThumbnailLater(clip.id, clip.blobFilename, {});
+    }
     totalCount_.set(liveClipCount());
     fillRecentHashes();
     mainDataVersion_ = readOr(main_->dataVersion(), "Reading the store's version", 0LL);

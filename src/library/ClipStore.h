@@ -41,6 +41,7 @@ inline constexpr std::array<std::string_view, 5> kConcealedTypes = {
     "com.agilebits.onepassword", "x-kde-passwordManagerHint"};
 
 inline constexpr std::size_t kRecentHashCapacity = 200;
+inline constexpr long long kThumbnailBackfillPerStart = 50;
 
 struct CaptureLimits {
     long long minimumCharacters = 0;  // 0: no minimum
@@ -142,7 +143,9 @@ public:
     // `policy` holds the rules and the secret detector the ingest consults. With `imageWorker`,
     // submit() makes an image's content hash and blob there, and an image's thumbnail is made there
     // after the clip is stored and attached when it comes back; without one (the command line,
-    // which has no loop to keep free), during the ingest. Both must outlive the store.
+    // which has no loop to keep free), during the ingest. Both must outlive the store. With a worker,
+    // image clips left without a thumbnail (the app was killed before it came back) have it made
+    // again, kThumbnailBackfillPerStart per start.
     ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore, std::string originDeviceID,
               IngestPolicy policy = {}, Worker* imageWorker = nullptr);
     // Copies still waiting in submit()'s queue are ingested first, here, without their callbacks:

@@ -876,6 +876,13 @@ Result<long long> ModelContainer::dataVersion() {
     return guarded([&]() -> long long { return database_->execAndGet("PRAGMA data_version").getInt64(); });
 }
 
+Result<std::vector<Clip>> ModelContainer::clipsWithoutThumbnail(long long limit) {
+    return fetch(ClipFetch{
+        .where = "deletedAt IS NULL AND blobFilename IS NOT NULL AND kind IN ('image', 'screenshot') AND NOT EXISTS "
+                 "(SELECT 1 FROM clip_media WHERE clipPk = clip.pk AND thumbnailData IS NOT NULL)",
+        .limit = limit});
+}
+
 Status ModelContainer::updateThumbnail(const Uuid& id, const Data& thumbnail) {
     return guarded([&] {
         auto pk = primaryKey(id);

@@ -76,6 +76,8 @@ public:
     Status updateUsage(const Clip& clip);
     // Writes only the thumbnail, made after the clip was stored. An unknown id does nothing.
     Status updateThumbnail(const Uuid& id, const Data& thumbnail);
+    // Live image clips with a blob and no thumbnail, newest first, at most `limit`.
+    Result<std::vector<Clip>> clipsWithoutThumbnail(long long limit);
     Status remove(const Uuid& id);
     // Removes every clip, with no tombstones.
     Status removeAllClips();

@@ -361,6 +361,15 @@ TEST_F(ClipStoreImageWorkerTest, TheThumbnailComesBackToTheLoopAndFindsItsClipOr
     EXPECT_EQ(imagePixelSize(*thumbnail), (PixelSize{512, 128}));
     EXPECT_EQ(store->revision().value(), before + 1) << "one save, for the clip that is still there";
     EXPECT_FALSE(store->clip(gone.clipID));
+
+    // A thumbnail that never came back, the app gone first, is made at the next start.
+    auto orphaned = store->ingest(shot(3, 900), {});
+    store = makeStore();
+    EXPECT_EQ(worker.runAll(), 2u) << "the lost job, and the new start's";
+    loop.runUntilIdle();
+    EXPECT_TRUE(thumbnailOf(orphaned.clipID));
+    store = makeStore();
+    EXPECT_EQ(worker.pending(), 0u) << "nothing left to make";
 }
 
 // Submitted copies are answered in the order they came, a text waiting behind an image whose hash

@@ -16,6 +16,7 @@
 #include "app/MenuBarController.h"
 #include "foundation/Json.h"
 #include "foundation/PlistFileDefaults.h"
+#include "foundation/Worker.h"
 #include "platform/qt/DBusControl.h"
 #include "platform/qt/DBusSuspensionEvents.h"
 #include "platform/qt/MenuKeyFilter.h"
@@ -199,7 +200,9 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
         log.fault("Cannot watch the clipboard: %{public}s.", *error);
         return 1;
     }
-    X11Workspace workspace(x11, X11Workspace::defaultApplicationFolders());
+    ThreadWorker desktopFileReader;
+    DesktopEntryIndex applications(loop, desktopFileReader, DesktopEntryIndex::defaultFolders());
+    X11Workspace workspace(x11, &applications);
     DBusSuspensionEvents suspension(QDBusConnection::systemBus(), QDBusConnection::sessionBus());
     X11Permissions permissions(X11Permissions::isWaylandSessionNow());
     std::optional<XdgAutostart> loginItem;

@@ -141,7 +141,8 @@ char outcomeByte(PasteOutcome outcome) { return static_cast<char>('0' + static_c
         ::_exit(1);
     }
     (*clipboard)->setOnLost([&loop] { loop.quit(); });
-    X11Workspace workspace(**x11, X11Workspace::defaultApplicationFolders());
+    // No desktop files: the paste needs the target's window, not its application's name.
+    X11Workspace workspace(**x11);
     X11Permissions permissions(X11Permissions::isWaylandSessionNow());
     auto keySender = X11KeySender::create(loop, **x11);
     auto* keys = std::get_if<std::unique_ptr<X11KeySender>>(&keySender);

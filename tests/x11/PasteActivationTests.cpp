@@ -25,7 +25,7 @@ protected:
         x11_ = std::move(std::get<std::unique_ptr<X11Connection>>(opened));
         clipboard_ = std::move(std::get<std::unique_ptr<X11Clipboard>>(X11Clipboard::create(loop_, *x11_)));
         sender_ = std::move(std::get<std::unique_ptr<X11KeySender>>(X11KeySender::create(loop_, *x11_)));
-        workspace_ = std::make_unique<X11Workspace>(*x11_, std::vector<std::string>{});
+        workspace_ = std::make_unique<X11Workspace>(*x11_);
         paste_ = std::make_unique<PasteService>(
             loop_, PlatformForPaste{*clipboard_, *workspace_, nullptr, sender_.get()}, BlobStore(home_.path()),
             preferences_);

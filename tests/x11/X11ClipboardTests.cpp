@@ -1,5 +1,5 @@
-// The X11 clipboard and workspace backends against real X clients on a private Xvfb: xclip,
-// and our clipboard owner, which offers several targets at once, hangs, or sends in INCR chunks.
+// The X11 clipboard backend against real X clients on a private Xvfb: xclip, and our clipboard
+// owner, which offers several targets at once, hangs, or sends in INCR chunks.
 
 #include <gtest/gtest.h>
 
@@ -59,7 +59,7 @@ protected:
     // The app's services on this display, with an in-memory library.
     AppState& startApp() {
         Paths paths{folder_.path() / "share", folder_.path() / "config", folder_.path() / "cache"};
-        workspace_ = std::make_unique<X11Workspace>(*x11_, std::vector<std::string>{});
+        workspace_ = std::make_unique<X11Workspace>(*x11_);
         auto memory = *ModelContainer::openInMemory();
         app_ = std::make_unique<AppState>(loop_, defaults_, paths, PlatformServices{*clipboard_, *workspace_},
                                           TamarindStores{std::move(memory), nullptr, false});
@@ -154,24 +154,6 @@ TEST_F(X11ClipboardTest, AHungOwnerCostsItsTimeOutAndTheNextCopyIsRead) {
     ASSERT_TRUE(next);
     EXPECT_EQ(next->string, "Grüße after the hang");
     EXPECT_EQ(next->changeCount, clipboard_->changeCount());
-}
-
-TEST_F(X11ClipboardTest, TheActiveWindowNamesItsApplicationByItsDesktopFile) {
-    auto applications = folder_.path() / "applications";
-    std::filesystem::create_directories(applications);
-    std::ofstream(applications / "org.example.Editor.desktop")
-        << "[Desktop Entry]\nType=Application\nName=Example Editor\nStartupWMClass=exampleeditor\n";
-    X11Workspace workspace(*x11_, {applications.string()});
-    EXPECT_FALSE(workspace.frontmostApplication());
-    int activations = 0;
-    workspace.setOnActivation([&] { ++activations; });
-
-    owner({"--class", "ExampleEditor", "UTF8_STRING=" + file("text", "x")});
-    auto application = workspace.frontmostApplication();
-    ASSERT_TRUE(application);
-    EXPECT_EQ(application->bundleID, "org.example.Editor");
-    EXPECT_EQ(application->name, "Example Editor");
-    EXPECT_TRUE(runUntil([&] { return activations == 1; })) << "the change of active window is told";
 }
 
 // 100 copies 50 ms apart: a tick sees the latest of the copies since the one before, so some

@@ -2,9 +2,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <set>
 
 #include <unistd.h>
 
@@ -13,48 +10,8 @@
 
 namespace tamarind {
 
-namespace {
-
-std::optional<DesktopEntry> readDesktopEntry(const std::filesystem::path& file) {
-    std::ifstream stream(file);
-    if (!stream) return std::nullopt;
-    DesktopEntry entry;
-    entry.id = file.stem().string();
-    bool isMainGroup = false;
-    for (std::string line; std::getline(stream, line);) {
-        if (!line.empty() && line.front() == '[') {
-            isMainGroup = line == "[Desktop Entry]";
-            continue;
-        }
-        if (!isMainGroup) continue;
-        if (line.starts_with("Name=")) entry.name = line.substr(5);
-        if (line.starts_with("StartupWMClass=")) entry.startupWMClass = line.substr(15);
-        if (line == "NoDisplay=true" || line == "Hidden=true") entry.startupWMClass.clear();
-    }
-    if (entry.name.empty()) return std::nullopt;
-    return entry;
-}
-
-}  // namespace
-
-X11Workspace::X11Workspace(X11Connection& x11, std::vector<std::string> applicationFolders)
-    : x11_(x11), applicationFolders_(std::move(applicationFolders)) {}
-
-std::vector<std::string> X11Workspace::defaultApplicationFolders() {
-    std::vector<std::string> folders;
-    const char* dataHome = std::getenv("XDG_DATA_HOME");
-    const char* home = std::getenv("HOME");
-    if (dataHome && *dataHome == '/') {
-        folders.push_back(std::string(dataHome) + "/applications");
-    } else if (home) {
-        folders.push_back(std::string(home) + "/.local/share/applications");
-    }
-    const char* dataDirs = std::getenv("XDG_DATA_DIRS");
-    std::string dirs = dataDirs && *dataDirs ? dataDirs : "/usr/local/share:/usr/share";
-    for (std::string_view dir : split(dirs, ":"))
-        if (!dir.empty() && dir.front() == '/') folders.push_back(std::string(dir) + "/applications");
-    return folders;
-}
+X11Workspace::X11Workspace(X11Connection& x11, const DesktopEntryIndex* applications)
+    : x11_(x11), applications_(applications) {}
 
 std::optional<std::string> X11Workspace::sandboxAppID(const std::string& cgroup) {
     for (std::string_view line : split(cgroup, "\n")) {
@@ -91,19 +48,9 @@ RunningApplication X11Workspace::applicationForClass(const std::string& instance
     return {shown, shown};
 }
 
-const std::vector<DesktopEntry>& X11Workspace::entries() {
-    if (entries_) return *entries_;
-    entries_.emplace();
-    std::set<std::string> seen;  // an earlier folder's file hides a later one of the same id
-    for (const std::string& folder : applicationFolders_) {
-        std::error_code error;
-        for (const auto& file : std::filesystem::directory_iterator(folder, error)) {
-            if (file.path().extension() != ".desktop" || seen.contains(file.path().stem().string())) continue;
-            seen.insert(file.path().stem().string());
-            if (auto entry = readDesktopEntry(file.path())) entries_->push_back(std::move(*entry));
-        }
-    }
-    return *entries_;
+const std::vector<DesktopEntry>& X11Workspace::entries() const {
+    static const std::vector<DesktopEntry> none;
+    return applications_ ? applications_->entries() : none;
 }
 
 void X11Workspace::setOnActivation(std::function<void()> onActivation) {

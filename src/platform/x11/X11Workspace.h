@@ -5,9 +5,13 @@
 // claims the window class, else the class itself; the name is the desktop
 // file's Name, else the class. A window of this very process is this
 // program's own (kOwnBundleID). Main thread only.
+//
+// The desktop files come from a DesktopEntryIndex, read on a worker. No
+// answer waits for it: until its first reading is in (the first moments after
+// start), and without an index, an application is named as one no desktop
+// file claims: by its sandbox id, else its window class.
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,22 +19,16 @@
 
 #include "foundation/Lifetime.h"
 #include "platform/Workspace.h"
+#include "platform/x11/DesktopEntryIndex.h"
 #include "platform/x11/X11Connection.h"
 
 namespace tamarind {
 
-// What a desktop file says of an application.
-struct DesktopEntry {
-    std::string id;    // "org.gnome.TextEditor" for org.gnome.TextEditor.desktop
-    std::string name;  // its Name
-    std::string startupWMClass;
-};
-
 class X11Workspace final : public Workspace {
 public:
-    // `applicationFolders`: where desktop files are looked for, most important first
-    // ($XDG_DATA_HOME/applications, then each of $XDG_DATA_DIRS).
-    X11Workspace(X11Connection& x11, std::vector<std::string> applicationFolders);
+    // `applications`, which must outlive the workspace, names applications by their desktop
+    // files; without it (a paste from the command line needs only the window) none is.
+    explicit X11Workspace(X11Connection& x11, const DesktopEntryIndex* applications = nullptr);
     ~X11Workspace() override { lifetime_.end(); }
 
     std::optional<RunningApplication> frontmostApplication() override;
@@ -41,8 +39,6 @@ public:
     // focuses and raises the window itself.
     bool activate(const RunningApplication& application) override;
 
-    // The folders of the XDG base-directory rules.
-    static std::vector<std::string> defaultApplicationFolders();
     // "app-flatpak-org.mozilla.firefox-1234.scope" and "snap.firefox.firefox-…" in a process's
     // cgroup file give the sandbox's app id.
     static std::optional<std::string> sandboxAppID(const std::string& cgroup);
@@ -51,11 +47,10 @@ public:
                                                   const std::vector<DesktopEntry>& entries);
 
 private:
-    const std::vector<DesktopEntry>& entries();
+    const std::vector<DesktopEntry>& entries() const;
 
     X11Connection& x11_;
-    std::vector<std::string> applicationFolders_;
-    std::optional<std::vector<DesktopEntry>> entries_;
+    const DesktopEntryIndex* applications_;
     std::function<void()> onActivation_;
     bool isWatchingRoot_ = false;
     Lifetime lifetime_;

@@ -23,6 +23,7 @@ protected:
     FakeKeyEvents keys{loop};
     FakeHotKeys hotKeys;
     FakeHUD hud;
+    FakeSuspensionEvents suspension;
     std::unique_ptr<AppState> state;  // after the fakes it holds, so that it goes first
 
     void make() { make(PlatformServices{pasteboard, workspace}); }
@@ -110,6 +111,36 @@ TEST_F(AppStateTest, AutoResumeArmsOnlyWhilePausedWithMinutesSet) {
     EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused, armed");
     loop.advanceBy(5min);
     EXPECT_EQ(pauseState(), "running");
+}
+
+// Sleep and a locked screen stop capture without pausing it; waking takes up what is copied from
+// then on, not what changed meanwhile, and never undoes a pause the user made.
+TEST_F(AppStateTest, ALockedSessionCapturesNothingAndWakingNeverUndoesAPause) {
+    make(PlatformServices{pasteboard, workspace, &suspension});
+    state->start();
+    loop.runUntilIdle();
+    copy("before");
+    LogCapture log;
+    ASSERT_TRUE(suspension.deliver(true, "Lock"));
+    copy("while locked");
+    EXPECT_EQ(pauseState(), "running") << "a lock is no pause: the menu and the saved setting stay as they were";
+    ASSERT_TRUE(suspension.deliver(false, "Unlock"));
+    loop.advanceBy(kClipboardPollInterval);
+    copy("after");
+    EXPECT_EQ(stored(), "before, after");
+
+    state->togglePause();
+    suspension.deliver(true, "PrepareForSleep");
+    suspension.deliver(false, "PrepareForSleep");
+    copy("while paused");
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused");
+    EXPECT_EQ(stored(), "before, after");
+    std::vector<std::string> lines;
+    for (const LogRecord& record : log.records())
+        if (record.channel == "capture" && record.level != LogLevel::debug) lines.push_back(record.message);
+    EXPECT_THAT(lines,
+                ElementsAre("Capture suspended (Lock).", "Capture unsuspended (Unlock).", "Capture paused.",
+                            "Capture suspended (PrepareForSleep).", "Capture unsuspended (PrepareForSleep)."));
 }
 
 TEST_F(AppStateTest, TogglePauseSavesTheSettingBeforeTheMonitorMoves) {

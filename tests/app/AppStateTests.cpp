@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "app/AppControl.h"
 #include "app/AppState.h"
 #include "support/FakePlatform.h"
 #include "support/Images.h"
@@ -338,6 +339,86 @@ TEST_F(AppStateTest, TheCollectHotkeyShowsItsHUDAndAShortcutSetFromOutsideBindsI
     EXPECT_EQ(state->resetShortcut("pasteSlot3"), "") << "a slot has no declared default: reset clears it";
     EXPECT_FALSE(state->shortcuts()->getShortcut("pasteSlot3"));
     EXPECT_EQ(state->setShortcut("noSuchHotkey", mine), "no shortcut is named noSuchHotkey");
+}
+
+// --- the commands on the session bus ---
+
+// The bus is claimed before the app is built and outlives it: until the app runs, and again after,
+// every command does nothing and every question says the app isn't there.
+TEST_F(AppStateTest, TheBusCommandsReachTheAppOnlyWhileItRuns) {
+    make(PlatformServices{pasteboard, workspace, nullptr, nullptr, nullptr, &keys, &hotKeys, &hud});
+    AppState* running = nullptr;
+    ControlHandlers bus = appControlHandlers(running);
+    auto everyCommand = [&] {
+        bus.show();
+        bus.pause();
+        bus.togglePause();
+        bus.collectBegin();
+        bus.collectToggle();
+        bus.pasteSlot(1);
+        bus.pasteNext();
+    };
+    auto everyAnswer = [&] {
+        return bus.status() + " " + bus.setShortcut("pasteSlot0", "") + ", " + bus.resetShortcut("pasteSlot0") +
+               " " + bus.shortcutStates();
+    };
+    everyCommand();
+    loop.runUntilIdle();
+    EXPECT_EQ(everyAnswer(), "{} Tamarind is still starting, Tamarind is still starting {}");
+    EXPECT_EQ(pauseState(), "running");
+    EXPECT_FALSE(state->collectMode().isActive().value());
+    EXPECT_TRUE(hud.shown.empty());
+
+    state->start();
+    running = state.get();
+    workspace.frontmost = RunningApplication{"org.gnome.TextEditor", "Text Editor", 0x400001};
+    copy("older");
+    copy("newer");
+
+    // Pause and Resume say what to end in, so a second one changes nothing; TogglePause flips.
+    bus.pause();
+    bus.pause();
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused");
+    bus.resume();
+    bus.resume();
+    EXPECT_EQ(pauseState(), "running");
+    bus.togglePause();
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused");
+    bus.togglePause();
+    loop.runUntilIdle();
+
+    bus.collectBegin();
+    copy("staged");
+    Json status = Json::parse(bus.status());
+    EXPECT_EQ(status, (Json{{"isPaused", false},
+                            {"capturedThisSession", 3},
+                            {"rejectedThisSession", 0},
+                            {"isCollecting", true},
+                            {"collectedItems", 1},
+                            {"lastResult", "inserted"},
+                            {"lastClipID", libraryClips().back().id.uuidString()}}));
+    bus.collectCancel();
+    EXPECT_FALSE(state->collectMode().isActive().value());
+
+    // The bus counts slots from 1.
+    bus.pasteSlot(2);
+    loop.advanceBy(kPasteActivationWait);
+    EXPECT_EQ(keys.pastesSent, 1);
+    EXPECT_EQ(hud.shown, (std::vector<HUDContent>{{"doc.on.clipboard", "Pasted slot 2", "older", false}}));
+
+    Shortcut slotKeys = Shortcut::withFlags(1, ModifierFlag::control | ModifierFlag::option);
+    EXPECT_EQ(bus.setShortcut("pasteSlot0", "{\"carbonKeyCode\""), "not a stored shortcut: {\"carbonKeyCode\"");
+    EXPECT_EQ(bus.setShortcut("pasteSlot0", slotKeys.json()), "");
+    EXPECT_EQ(Json::parse(bus.shortcutStates()).value("pasteSlot0", ""), "active");
+    EXPECT_EQ(bus.resetShortcut("pasteSlot0"), "");
+    EXPECT_FALSE(Json::parse(bus.shortcutStates()).contains("pasteSlot0"));
+
+    running = nullptr;
+    everyCommand();
+    loop.runUntilIdle();
+    EXPECT_EQ(everyAnswer(), "{} Tamarind is still starting, Tamarind is still starting {}");
+    EXPECT_EQ(pauseState(), "running");
+    EXPECT_FALSE(state->collectMode().isActive().value());
 }
 
 }  // namespace

@@ -1,5 +1,9 @@
 #include "app/AccessibilityPrompt.h"
 
+#include <string>
+
+#include "paste/hotkeys/GlobalShortcuts.h"
+
 namespace tamarind {
 
 AlertContent accessibilityAlertContent(bool isWaylandSession) {
@@ -7,8 +11,9 @@ AlertContent accessibilityAlertContent(bool isWaylandSession) {
     if (isWaylandSession)
         text +=
             "\n\nOn a Wayland session no program may type into another's window, so there is nothing to grant. "
-            "Press Ctrl+V to paste it. To pick a clip by key, bind \u201Ctamarind paste-slot 1\u201D (through 10) to "
-            "a shortcut in your desktop's keyboard settings: it puts that clip on the clipboard for Ctrl+V.";
+            "Press Ctrl+V to paste it. To pick a clip by key, bind \u201Ctamarind paste-slot 1\u201D (through " +
+            std::to_string(kPasteSlotCount) +
+            ") to a shortcut in your desktop's keyboard settings: it puts that clip on the clipboard for Ctrl+V.";
     else
         text += "\n\nTamarind types keys through the X server's XTEST extension, which this display does not offer.";
     return AlertContent{kAccessibilityAlertTitle, std::move(text),

@@ -12,9 +12,9 @@
 
 #include <QApplication>
 
+#include "app/AppControl.h"
 #include "app/AppState.h"
 #include "app/MenuBarController.h"
-#include "foundation/Json.h"
 #include "foundation/PlistFileDefaults.h"
 #include "foundation/Worker.h"
 #include "platform/qt/DBusControl.h"
@@ -35,19 +35,6 @@
 namespace tamarind {
 
 namespace {
-
-std::string statusJson(AppState& state) {
-    Json status{{"isPaused", state.isCapturePaused().value()},
-                {"capturedThisSession", state.capture().capturedThisSession().value()},
-                {"rejectedThisSession", state.capture().rejectedThisSession().value()},
-                {"isCollecting", state.collectMode().isActive().value()},
-                {"collectedItems", state.collectMode().payload().value().items.size()}};
-    if (const auto& last = state.capture().lastResult().value()) {
-        status["lastResult"] = last->description();
-        if (last->kind != IngestResult::Kind::rejected) status["lastClipID"] = last->clipID.uuidString();
-    }
-    return status.dump();
-}
 
 sigset_t quitSignalSet() {
     sigset_t signals;
@@ -122,53 +109,9 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
 
     // One instance per session: a second start asks the first to show itself.
     DBusControl control;
-    ControlHandlers handlers;
+    // The app once it runs, and none again at quit: what the bus commands and the keystroke reach.
     AppState* running = nullptr;
-    handlers.show = [] {};  // no window to show yet
-    handlers.pause = [&running] {
-        if (running && !running->isCapturePaused().value()) running->togglePause();
-    };
-    handlers.resume = [&running] {
-        if (running && running->isCapturePaused().value()) running->togglePause();
-    };
-    handlers.togglePause = [&running] {
-        if (running) running->togglePause();
-    };
-    handlers.status = [&running] { return running ? statusJson(*running) : std::string("{}"); };
-    handlers.collectBegin = [&running] {
-        if (running) running->collectMode().begin();
-    };
-    handlers.collectFinish = [&running] {
-        if (running) running->collectMode().finish();
-    };
-    handlers.collectCancel = [&running] {
-        if (running) running->collectMode().cancel();
-    };
-    handlers.collectToggle = [&running] {
-        if (running) running->collectMode().toggle();
-    };
-    handlers.pasteSlot = [&running](int slot) {
-        if (running && running->pasteCoordinator()) running->pasteCoordinator()->pasteSlot(slot - 1);
-    };
-    handlers.pasteNext = [&running] {
-        if (running && running->pasteCoordinator()) running->pasteCoordinator()->pasteNext();
-    };
-    handlers.setShortcut = [&running](const std::string& name, const std::string& json) -> std::string {
-        if (!running) return "Tamarind is still starting";
-        std::optional<Shortcut> shortcut;
-        if (!json.empty() && !(shortcut = Shortcut::fromJson(json))) return "not a stored shortcut: " + json;
-        return running->setShortcut(name, shortcut);
-    };
-    handlers.resetShortcut = [&running](const std::string& name) -> std::string {
-        return running ? running->resetShortcut(name) : "Tamarind is still starting";
-    };
-    handlers.shortcutStates = [&running] {
-        Json states = Json::object();
-        if (running)
-            for (const auto& [name, state] : running->shortcutStates()) states[name] = state;
-        return states.dump();
-    };
-    switch (control.claim(handlers)) {
+    switch (control.claim(appControlHandlers(running))) {
     case DBusControl::Claim::claimed: break;
     case DBusControl::Claim::alreadyRunning:
         DBusControl::call("Show");

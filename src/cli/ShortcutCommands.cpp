@@ -150,7 +150,9 @@ void addShortcutCommands(CLI::App& app, CliContext& context) {
     auto slot = std::make_shared<int>(0);
     CLI::App* pasteSlot = app.add_subcommand(
         "paste-slot", "Paste the Nth newest clip into the window in front (what Super+Ctrl+N does)");
-    pasteSlot->add_option("slot", *slot, "1 to 10")->required()->check(CLI::Range(1, 10));
+    pasteSlot->add_option("slot", *slot, "1 to " + std::to_string(kPasteSlotCount))
+        ->required()
+        ->check(CLI::Range(1, kPasteSlotCount));
     pasteSlot->callback([&context, slot] {
         // An empty slot is an error for a script, whoever would paste it.
         std::vector<Clip> newest = context.store().fetchPage(0, ClipQuery{}, ClipSortOrder::newest, kPasteSlotCount);

@@ -43,6 +43,22 @@ const Json& requireMember(const Json& object, std::string_view key);
 // An optional member: absent when missing or null.
 const Json* optionalMember(const Json& object, std::string_view key);
 
+// Readers of one member that check its type themselves, so that the error names the member and
+// what it should have held: `member "name": expected a string`. A missing required member is
+// `missing member "name"`; an optional one is absent when missing or null. These texts reach the
+// user (a refused rule import), so they stay as they are.
+[[noreturn]] void throwMemberError(std::string_view key, std::string_view what);
+const std::string& requiredString(const Json& object, std::string_view key);
+std::optional<std::string> optionalString(const Json& object, std::string_view key);
+bool requiredBool(const Json& object, std::string_view key);
+// Finite only: "1e400" parses as infinity, which JSON cannot write back.
+double requiredNumber(const Json& object, std::string_view key);
+// A whole number that fits: 7.5 or 2^63 is refused rather than read as some other count.
+std::optional<long long> optionalInteger(const Json& object, std::string_view key);
+const Json& requiredArray(const Json& object, std::string_view key);
+Uuid requiredUuid(const Json& object, std::string_view key);
+std::optional<Uuid> optionalUuid(const Json& object, std::string_view key);
+
 // Reads a plain member through nlohmann's conversions, as a JsonDecodeError on failure.
 template <class T> T decodeMember(const Json& object, std::string_view key) {
     const Json& value = requireMember(object, key);

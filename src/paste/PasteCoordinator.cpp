@@ -72,7 +72,7 @@ void PasteCoordinator::registerShortcuts() {
 }
 
 void PasteCoordinator::pasteSlot(int index) {
-    std::vector<Clip> newest = store_.fetchPage(0, ClipQuery{}, ClipSortOrder::newest, 10);
+    std::vector<Clip> newest = store_.fetchPage(0, ClipQuery{}, ClipSortOrder::newest, kPasteSlotCount);
     if (index < 0 || index >= static_cast<int>(newest.size())) {
         hud_.show(HUDContent{"tray", "No clip in slot " + std::to_string(index + 1), std::nullopt, true},
                   kPasteHUDDuration);

@@ -1,6 +1,5 @@
 #include "rules/SmartRule.h"
 
-#include <cmath>
 #include <exception>
 
 #include "foundation/Text.h"
@@ -118,47 +117,6 @@ namespace {
 // word because stored lists have always been refused with it.
 constexpr const char* kActionKeysError = "Invalid number of keys found, expected one.";
 
-[[noreturn]] void throwMemberError(std::string_view key, std::string_view what) {
-    throw JsonDecodeError("member \"" + std::string(key) + "\": " + std::string(what));
-}
-
-// Each checks the type itself so that the error names the member and what it should have held.
-const std::string& stringMember(const Json& object, std::string_view key) {
-    const Json& value = requireMember(object, key);
-    if (!value.is_string()) throwMemberError(key, "expected a string");
-    return value.get_ref<const std::string&>();
-}
-
-bool boolMember(const Json& object, std::string_view key) {
-    const Json& value = requireMember(object, key);
-    if (!value.is_boolean()) throwMemberError(key, "expected a Boolean");
-    return value.get<bool>();
-}
-
-double numberMember(const Json& object, std::string_view key) {
-    const Json& value = requireMember(object, key);
-    if (!value.is_number()) throwMemberError(key, "expected a number");
-    double number = value.get<double>();
-    // "1e400" parses as infinity, which JSON cannot write back.
-    if (!std::isfinite(number)) throwMemberError(key, "number out of range");
-    return number;
-}
-
-const Json& arrayMember(const Json& object, std::string_view key) {
-    const Json& value = requireMember(object, key);
-    if (!value.is_array()) throwMemberError(key, "expected an array");
-    return value;
-}
-
-Uuid uuidMember(const Json& object, std::string_view key) {
-    const Json& value = requireMember(object, key);
-    try {
-        return uuidFromJson(value);
-    } catch (const JsonDecodeError& error) {
-        throwMemberError(key, error.what());
-    }
-}
-
 }  // namespace
 
 Json toJson(const RuleCondition& condition) {
@@ -199,12 +157,12 @@ Json toJson(const SmartRule& rule) {
 
 RuleCondition ruleConditionFromJson(const Json& value) {
     RuleCondition condition;
-    condition.id = uuidMember(value, "id");
-    const std::string& field = stringMember(value, "field");
+    condition.id = requiredUuid(value, "id");
+    const std::string& field = requiredString(value, "field");
     auto parsedField = ruleConditionFieldFromRawValue(field);
     if (!parsedField) throwMemberError("field", "unknown field \"" + field + "\"");
     condition.field = *parsedField;
-    condition.value = stringMember(value, "value");
+    condition.value = requiredString(value, "value");
     return condition;
 }
 
@@ -223,7 +181,7 @@ RuleAction ruleActionFromJson(const Json& value) {
 
     switch (*kind) {
     case RuleAction::Kind::addToCollection:
-        return RuleAction::addToCollection(uuidMember(payload, "id"), stringMember(payload, "name"));
+        return RuleAction::addToCollection(requiredUuid(payload, "id"), requiredString(payload, "name"));
     case RuleAction::Kind::markFavorite: return RuleAction::markFavorite();
     case RuleAction::Kind::markSensitive: return RuleAction::markSensitive();
     case RuleAction::Kind::skipCapture: return RuleAction::skipCapture();
@@ -233,21 +191,21 @@ RuleAction ruleActionFromJson(const Json& value) {
 
 SmartRule smartRuleFromJson(const Json& value) {
     SmartRule rule;
-    rule.id = uuidMember(value, "id");
-    rule.name = stringMember(value, "name");
-    rule.isEnabled = boolMember(value, "isEnabled");
-    const std::string& mode = stringMember(value, "matchMode");
+    rule.id = requiredUuid(value, "id");
+    rule.name = requiredString(value, "name");
+    rule.isEnabled = requiredBool(value, "isEnabled");
+    const std::string& mode = requiredString(value, "matchMode");
     auto parsedMode = ruleMatchModeFromRawValue(mode);
     if (!parsedMode) throwMemberError("matchMode", "unknown match mode \"" + mode + "\"");
     rule.matchMode = *parsedMode;
-    const Json& conditions = arrayMember(value, "conditions");
+    const Json& conditions = requiredArray(value, "conditions");
     rule.conditions.reserve(conditions.size());
     for (const Json& condition : conditions) rule.conditions.push_back(ruleConditionFromJson(condition));
-    const Json& actions = arrayMember(value, "actions");
+    const Json& actions = requiredArray(value, "actions");
     rule.actions.reserve(actions.size());
     for (const Json& action : actions) rule.actions.push_back(ruleActionFromJson(action));
-    rule.stopsOnMatch = boolMember(value, "stopsOnMatch");
-    rule.sortIndex = numberMember(value, "sortIndex");
+    rule.stopsOnMatch = requiredBool(value, "stopsOnMatch");
+    rule.sortIndex = requiredNumber(value, "sortIndex");
     return rule;
 }
 

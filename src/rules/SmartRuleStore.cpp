@@ -1,9 +1,7 @@
 #include "rules/SmartRuleStore.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <exception>
-#include <limits>
 
 #include "foundation/Log.h"
 #include "rules/RuleEvaluation.h"
@@ -15,33 +13,6 @@ namespace {
 const Log log{"rules"};
 
 constexpr double kSecondsPerDay = 86'400;
-
-[[noreturn]] void throwMemberError(std::string_view key, std::string_view what) {
-    throw JsonDecodeError("member \"" + std::string(key) + "\": " + std::string(what));
-}
-
-std::string stringFrom(const Json& value, std::string_view key) {
-    if (!value.is_string()) throwMemberError(key, "expected a string");
-    return value.get<std::string>();
-}
-
-std::string stringMember(const Json& object, std::string_view key) {
-    return stringFrom(requireMember(object, key), key);
-}
-
-bool boolMember(const Json& object, std::string_view key) {
-    const Json& value = requireMember(object, key);
-    if (!value.is_boolean()) throwMemberError(key, "expected a Boolean");
-    return value.get<bool>();
-}
-
-Uuid uuidFrom(const Json& value, std::string_view key) {
-    try {
-        return uuidFromJson(value);
-    } catch (const JsonDecodeError& error) {
-        throwMemberError(key, error.what());
-    }
-}
 
 // A JSON list stored as data. A missing key, or one that doesn't decode, reads as the empty list.
 // Writing is strict, unlike encodeRules: replacing ill-formed bytes would store a name the user
@@ -169,28 +140,21 @@ Json toJson(const SmartCollection& collection) {
 SmartCollection smartCollectionFromJson(const Json& value) {
     if (!value.is_object()) throw JsonDecodeError("expected a smart collection object");
     SmartCollection collection;
-    collection.id = uuidFrom(requireMember(value, "id"), "id");
-    collection.name = stringMember(value, "name");
-    collection.iconName = stringMember(value, "iconName");
-    collection.colorHex = stringMember(value, "colorHex");
-    if (const Json* kind = optionalMember(value, "kind")) {
-        std::string raw = stringFrom(*kind, "kind");
-        collection.kind = clipKindFromRawValue(raw);
-        if (!collection.kind) throwMemberError("kind", "unknown kind \"" + raw + "\"");
+    collection.id = requiredUuid(value, "id");
+    collection.name = requiredString(value, "name");
+    collection.iconName = requiredString(value, "iconName");
+    collection.colorHex = requiredString(value, "colorHex");
+    if (auto raw = optionalString(value, "kind")) {
+        collection.kind = clipKindFromRawValue(*raw);
+        if (!collection.kind) throwMemberError("kind", "unknown kind \"" + *raw + "\"");
     }
-    if (const Json* app = optionalMember(value, "appBundleID")) collection.appBundleID = stringFrom(*app, "appBundleID");
-    if (const Json* id = optionalMember(value, "collectionID")) collection.collectionID = uuidFrom(*id, "collectionID");
-    collection.onlyFavorites = boolMember(value, "onlyFavorites");
-    collection.onlyPinned = boolMember(value, "onlyPinned");
-    collection.searchText = stringMember(value, "searchText");
-    if (const Json* days = optionalMember(value, "withinDays")) {
-        // 7.5 or 2^63 is no day count; reading it as one would quietly change the filter.
-        bool fits = days->is_number_integer() &&
-                    !(days->is_number_unsigned() &&
-                      days->get<std::uint64_t>() > static_cast<std::uint64_t>(std::numeric_limits<long long>::max()));
-        if (!fits) throwMemberError("withinDays", "expected an integer");
-        collection.withinDays = days->get<long long>();
-    }
+    collection.appBundleID = optionalString(value, "appBundleID");
+    collection.collectionID = optionalUuid(value, "collectionID");
+    collection.onlyFavorites = requiredBool(value, "onlyFavorites");
+    collection.onlyPinned = requiredBool(value, "onlyPinned");
+    collection.searchText = requiredString(value, "searchText");
+    // 7.5 or 2^63 is no day count; reading it as one would quietly change the filter.
+    collection.withinDays = optionalInteger(value, "withinDays");
     return collection;
 }
 

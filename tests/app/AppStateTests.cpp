@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "app/AppControl.h"
 #include "app/AppState.h"
 #include "support/FakePlatform.h"
 #include "support/Images.h"
@@ -23,6 +24,7 @@ protected:
     FakeKeyEvents keys{loop};
     FakeHotKeys hotKeys;
     FakeHUD hud;
+    FakeSuspensionEvents suspension;
     std::unique_ptr<AppState> state;  // after the fakes it holds, so that it goes first
 
     void make() { make(PlatformServices{pasteboard, workspace}); }
@@ -110,6 +112,36 @@ TEST_F(AppStateTest, AutoResumeArmsOnlyWhilePausedWithMinutesSet) {
     EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused, armed");
     loop.advanceBy(5min);
     EXPECT_EQ(pauseState(), "running");
+}
+
+// Sleep and a locked screen stop capture without pausing it; waking takes up what is copied from
+// then on, not what changed meanwhile, and never undoes a pause the user made.
+TEST_F(AppStateTest, ALockedSessionCapturesNothingAndWakingNeverUndoesAPause) {
+    make(PlatformServices{pasteboard, workspace, &suspension});
+    state->start();
+    loop.runUntilIdle();
+    copy("before");
+    LogCapture log;
+    ASSERT_TRUE(suspension.deliver(true, "Lock"));
+    copy("while locked");
+    EXPECT_EQ(pauseState(), "running") << "a lock is no pause: the menu and the saved setting stay as they were";
+    ASSERT_TRUE(suspension.deliver(false, "Unlock"));
+    loop.advanceBy(kClipboardPollInterval);
+    copy("after");
+    EXPECT_EQ(stored(), "before, after");
+
+    state->togglePause();
+    suspension.deliver(true, "PrepareForSleep");
+    suspension.deliver(false, "PrepareForSleep");
+    copy("while paused");
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused");
+    EXPECT_EQ(stored(), "before, after");
+    std::vector<std::string> lines;
+    for (const LogRecord& record : log.records())
+        if (record.channel == "capture" && record.level != LogLevel::debug) lines.push_back(record.message);
+    EXPECT_THAT(lines,
+                ElementsAre("Capture suspended (Lock).", "Capture unsuspended (Unlock).", "Capture paused.",
+                            "Capture suspended (PrepareForSleep).", "Capture unsuspended (PrepareForSleep)."));
 }
 
 TEST_F(AppStateTest, TogglePauseSavesTheSettingBeforeTheMonitorMoves) {
@@ -307,6 +339,86 @@ TEST_F(AppStateTest, TheCollectHotkeyShowsItsHUDAndAShortcutSetFromOutsideBindsI
     EXPECT_EQ(state->resetShortcut("pasteSlot3"), "") << "a slot has no declared default: reset clears it";
     EXPECT_FALSE(state->shortcuts()->getShortcut("pasteSlot3"));
     EXPECT_EQ(state->setShortcut("noSuchHotkey", mine), "no shortcut is named noSuchHotkey");
+}
+
+// --- the commands on the session bus ---
+
+// The bus is claimed before the app is built and outlives it: until the app runs, and again after,
+// every command does nothing and every question says the app isn't there.
+TEST_F(AppStateTest, TheBusCommandsReachTheAppOnlyWhileItRuns) {
+    make(PlatformServices{pasteboard, workspace, nullptr, nullptr, nullptr, &keys, &hotKeys, &hud});
+    AppState* running = nullptr;
+    ControlHandlers bus = appControlHandlers(running);
+    auto everyCommand = [&] {
+        bus.show();
+        bus.pause();
+        bus.togglePause();
+        bus.collectBegin();
+        bus.collectToggle();
+        bus.pasteSlot(1);
+        bus.pasteNext();
+    };
+    auto everyAnswer = [&] {
+        return bus.status() + " " + bus.setShortcut("pasteSlot0", "") + ", " + bus.resetShortcut("pasteSlot0") +
+               " " + bus.shortcutStates();
+    };
+    everyCommand();
+    loop.runUntilIdle();
+    EXPECT_EQ(everyAnswer(), "{} Tamarind is still starting, Tamarind is still starting {}");
+    EXPECT_EQ(pauseState(), "running");
+    EXPECT_FALSE(state->collectMode().isActive().value());
+    EXPECT_TRUE(hud.shown.empty());
+
+    state->start();
+    running = state.get();
+    workspace.frontmost = RunningApplication{"org.gnome.TextEditor", "Text Editor", 0x400001};
+    copy("older");
+    copy("newer");
+
+    // Pause and Resume say what to end in, so a second one changes nothing; TogglePause flips.
+    bus.pause();
+    bus.pause();
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused");
+    bus.resume();
+    bus.resume();
+    EXPECT_EQ(pauseState(), "running");
+    bus.togglePause();
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused");
+    bus.togglePause();
+    loop.runUntilIdle();
+
+    bus.collectBegin();
+    copy("staged");
+    Json status = Json::parse(bus.status());
+    EXPECT_EQ(status, (Json{{"isPaused", false},
+                            {"capturedThisSession", 3},
+                            {"rejectedThisSession", 0},
+                            {"isCollecting", true},
+                            {"collectedItems", 1},
+                            {"lastResult", "inserted"},
+                            {"lastClipID", libraryClips().back().id.uuidString()}}));
+    bus.collectCancel();
+    EXPECT_FALSE(state->collectMode().isActive().value());
+
+    // The bus counts slots from 1.
+    bus.pasteSlot(2);
+    loop.advanceBy(kPasteActivationWait);
+    EXPECT_EQ(keys.pastesSent, 1);
+    EXPECT_EQ(hud.shown, (std::vector<HUDContent>{{"doc.on.clipboard", "Pasted slot 2", "older", false}}));
+
+    Shortcut slotKeys = Shortcut::withFlags(1, ModifierFlag::control | ModifierFlag::option);
+    EXPECT_EQ(bus.setShortcut("pasteSlot0", "{\"carbonKeyCode\""), "not a stored shortcut: {\"carbonKeyCode\"");
+    EXPECT_EQ(bus.setShortcut("pasteSlot0", slotKeys.json()), "");
+    EXPECT_EQ(Json::parse(bus.shortcutStates()).value("pasteSlot0", ""), "active");
+    EXPECT_EQ(bus.resetShortcut("pasteSlot0"), "");
+    EXPECT_FALSE(Json::parse(bus.shortcutStates()).contains("pasteSlot0"));
+
+    running = nullptr;
+    everyCommand();
+    loop.runUntilIdle();
+    EXPECT_EQ(everyAnswer(), "{} Tamarind is still starting, Tamarind is still starting {}");
+    EXPECT_EQ(pauseState(), "running");
+    EXPECT_FALSE(state->collectMode().isActive().value());
 }
 
 }  // namespace

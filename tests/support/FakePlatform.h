@@ -16,6 +16,7 @@
 #include "platform/Pasteboard.h"
 #include "platform/Permissions.h"
 #include "platform/StatusItem.h"
+#include "platform/SuspensionEvents.h"
 #include "platform/Workspace.h"
 
 namespace tamarind {
@@ -62,6 +63,22 @@ public:
     std::vector<StatusMenuItem> items;
     bool isVisible = false;
     StatusIconLook look = StatusIconLook::monochrome;
+};
+
+// Keeps the handler; `deliver` is the system going to sleep, locking or waking, as logind or the
+// screensaver would tell of it, at once.
+class FakeSuspensionEvents final : public SuspensionEvents {
+public:
+    void setHandler(std::function<void(bool isSuspending, const std::string& reason)> value) override {
+        handler = std::move(value);
+    }
+    // Whether a handler was there to hear it.
+    bool deliver(bool isSuspending, const std::string& reason) {
+        if (!handler) return false;
+        handler(isSuspending, reason);
+        return true;
+    }
+    std::function<void(bool isSuspending, const std::string& reason)> handler;
 };
 
 // Grants the test sets; counts the settings pages opened.

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <sstream>
 
 #include "foundation/Json.h"
 #include "library/ClipStore.h"
@@ -37,13 +38,8 @@ void write(const std::filesystem::path& file, const Data& bytes) { write(file, s
 
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
-    std::size_t begin = 0;
-    while (begin < text.size()) {
-        std::size_t end = text.find('\n', begin);
-        if (end == std::string::npos) end = text.size();
-        lines.push_back(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
     return lines;
 }
 
@@ -81,14 +77,28 @@ protected:
         return checked(runProcess(command(std::move(arguments), std::move(input), home)));
     }
 
+    // A run that must end with `exitCode`; a failure names the command.
+    ProcessResult exits(int exitCode, std::vector<std::string> arguments, std::optional<std::string> input = std::nullopt,
+                        const TemporaryFolder* home = nullptr) const {
+        std::string shown = "tamarind";
+        for (const std::string& argument : arguments) shown += " " + argument;
+        ProcessResult result = run(std::move(arguments), std::move(input), home);
+        EXPECT_EQ(result.exitCode, exitCode) << shown << "\n" << result.err;
+        return result;
+    }
+
+    // A run that must fail with `exitCode` and name `named` on stderr.
+    ProcessResult fails(int exitCode, std::vector<std::string> arguments, const std::string& named,
+                        std::optional<std::string> input = std::nullopt, const TemporaryFolder* home = nullptr) const {
+        ProcessResult result = exits(exitCode, std::move(arguments), std::move(input), home);
+        EXPECT_NE(result.err.find(named), std::string::npos) << result.err;
+        return result;
+    }
+
     // Stdout of a run that must succeed.
     std::string ok(std::vector<std::string> arguments, std::optional<std::string> input = std::nullopt,
                    const TemporaryFolder* home = nullptr) const {
-        std::string shown;
-        for (const std::string& argument : arguments) shown += " " + argument;
-        ProcessResult result = run(std::move(arguments), std::move(input), home);
-        EXPECT_EQ(result.exitCode, 0) << "tamarind" << shown << "\n" << result.err;
-        return result.out;
+        return exits(0, std::move(arguments), std::move(input), home).out;
     }
 
     Json json(std::vector<std::string> arguments, std::optional<std::string> input = std::nullopt,
@@ -129,13 +139,11 @@ TEST_F(TamarindCli, AddPrintsOneResultADuplicateKeepsItsIDAndARejectionExitsOne)
     EXPECT_EQ(ok({"add", "--json", "--text", "first clip"}), R"({"result":"deduplicated","id":")" + id + "\"}\n");
     EXPECT_EQ(ok({"add", "first clip"}), "deduplicated " + id + "\n");
 
-    ProcessResult excluded = run({"add", "--json", "--source-app", kKeePassXC, "hunter2"});
-    EXPECT_EQ(excluded.exitCode, 1);
-    EXPECT_EQ(excluded.out, R"({"result":"rejected","reason":"excludedApp","detail":"org.keepassxc.KeePassXC"})"
-                            "\n");
-    ProcessResult concealed = run({"add", "--type", "org.nspasteboard.ConcealedType", "hunter2"});
-    EXPECT_EQ(concealed.exitCode, 1);
-    EXPECT_EQ(concealed.out, "rejected: concealedPasteboardType (org.nspasteboard.ConcealedType)\n");
+    EXPECT_EQ(exits(1, {"add", "--json", "--source-app", kKeePassXC, "hunter2"}).out,
+              R"({"result":"rejected","reason":"excludedApp","detail":"org.keepassxc.KeePassXC"})"
+              "\n");
+    EXPECT_EQ(exits(1, {"add", "--type", "org.nspasteboard.ConcealedType", "hunter2"}).out,
+              "rejected: concealedPasteboardType (org.nspasteboard.ConcealedType)\n");
     EXPECT_EQ(total(), 1);
 }
 
@@ -185,9 +193,7 @@ TEST_F(TamarindCli, AddsHtmlBesideTextImagesAndFiles) {
     EXPECT_EQ(imagePixelSize(dataFromString(converted)), (PixelSize{24, 16}));
 
     write(home_.path() / "not-an-image.png", "plain words, not pixels");
-    ProcessResult refused = run({"add", "--image", (home_.path() / "not-an-image.png").string()});
-    EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_NE(refused.err.find("not-an-image.png"), std::string::npos) << refused.err;
+    fails(1, {"add", "--image", (home_.path() / "not-an-image.png").string()}, "not-an-image.png");
 
     std::string file = add({"--file", (home_.path() / "page.html").string()});
     EXPECT_EQ(json({"show", "--json", file}).value("kind", ""), "file");
@@ -217,21 +223,17 @@ TEST_F(TamarindCli, IDPrefixesResolveOnlyWhenLongEnoughAndUnique) {
     EXPECT_EQ(ok({"get", "abcdef01"}), "first") << "a prefix in either case";
     EXPECT_EQ(ok({"get", secondID}), "second");
 
-    ProcessResult ambiguous = run({"show", "ABCDEF"});
-    EXPECT_EQ(ambiguous.exitCode, 1);
-    EXPECT_NE(ambiguous.err.find(firstID), std::string::npos) << ambiguous.err;
+    ProcessResult ambiguous = fails(1, {"show", "ABCDEF"}, firstID);
     EXPECT_NE(ambiguous.err.find(secondID), std::string::npos) << ambiguous.err;
     EXPECT_EQ(ambiguous.out, "");
 
-    ProcessResult tooShort = run({"show", "ABCDE"});
-    EXPECT_EQ(tooShort.exitCode, 2);
-    EXPECT_NE(tooShort.err.find("ABCDE"), std::string::npos) << tooShort.err;
-    EXPECT_EQ(run({"show", "999999"}).exitCode, 1);
-    EXPECT_EQ(run({"get", "11111111-1111-4111-8111-111111111111"}).exitCode, 1);
+    fails(2, {"show", "ABCDE"}, "ABCDE");
+    exits(1, {"show", "999999"});
+    exits(1, {"get", "11111111-1111-4111-8111-111111111111"});
 
     // Every id is checked before anything changes.
-    EXPECT_EQ(run({"delete", "ABCDEF01", "999999"}).exitCode, 1);
-    EXPECT_EQ(run({"favorite", "ABCDEF02", "ABCDE"}).exitCode, 2);
+    exits(1, {"delete", "ABCDEF01", "999999"});
+    exits(2, {"favorite", "ABCDEF02", "ABCDE"});
     EXPECT_EQ(dump(json({"list", "--json"})), "text:second, text:first");
 
     ok({"favorite", "ABCDEF02"});
@@ -243,9 +245,7 @@ TEST_F(TamarindCli, IDPrefixesResolveOnlyWhenLongEnoughAndUnique) {
 
 TEST_F(TamarindCli, APipeOverTheSizeLimitIsRefusedNamingTheLimit) {
     ok({"settings", "set", "capture.maximumMegabytes", "1"});
-    ProcessResult refused = run({"add", "-"}, std::string(5 * 1024 * 1024, 'x'));
-    EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_NE(refused.err.find("1 MB"), std::string::npos) << refused.err;
+    ProcessResult refused = fails(1, {"add", "-"}, "1 MB", std::string(5 * 1024 * 1024, 'x'));
     EXPECT_NE(refused.err.find("capture.maximumMegabytes"), std::string::npos) << refused.err;
     EXPECT_EQ(total(), 0);
 
@@ -292,12 +292,7 @@ TEST_F(TamarindCli, BadUsageExitsTwoNamingTheArgumentWithNothingOnStdout) {
         {{"get", "not-hex!"}, "not-hex!"},
         {{"show"}, "id"},
     };
-    for (const auto& [arguments, named] : cases) {
-        ProcessResult result = run(arguments);
-        EXPECT_EQ(result.exitCode, 2) << arguments[0] << " " << (arguments.size() > 1 ? arguments[1] : "");
-        EXPECT_NE(result.err.find(named), std::string::npos) << result.err;
-        EXPECT_EQ(result.out, "") << arguments[0];
-    }
+    for (const auto& [arguments, named] : cases) EXPECT_EQ(fails(2, arguments, named).out, "") << arguments[0];
     EXPECT_EQ(json({"settings", "get", "capture.maximumClipCount"}), 10000) << "a refused set changes nothing";
 }
 
@@ -321,16 +316,11 @@ TEST_F(TamarindCli, RulesAreSeededOnceAndAddTakesOnlyWholeRules) {
         "Figma \u2192 Assets, Hex colours \u2192 Colors, Code from Xcode or VS Code \u2192 Snippets";
     EXPECT_EQ(ruleDump(json({"rules", "list", "--json"})), seeded);
 
-    ProcessResult garbage = run({"rules", "add", "-"}, "{not json at all");
-    EXPECT_EQ(garbage.exitCode, 2);
-    EXPECT_NE(garbage.err.find("not JSON"), std::string::npos) << garbage.err;
+    fails(2, {"rules", "add", "-"}, "not JSON", "{not json at all");
     Json missing = Json::parse(kValidRule);
     missing.erase("matchMode");
-    ProcessResult incomplete = run({"rules", "add", "-"}, missing.dump());
-    EXPECT_EQ(incomplete.exitCode, 2);
-    EXPECT_NE(incomplete.err.find("matchMode"), std::string::npos) << incomplete.err;
-    ProcessResult absent = run({"rules", "add", (home_.path() / "no-such-rule.json").string()});
-    EXPECT_NE(absent.exitCode, 0);
+    fails(2, {"rules", "add", "-"}, "matchMode", missing.dump());
+    EXPECT_NE(run({"rules", "add", (home_.path() / "no-such-rule.json").string()}).exitCode, 0);
     EXPECT_EQ(ruleDump(json({"rules", "list", "--json"})), seeded);
 
     EXPECT_EQ(ok({"rules", "add", "-"}, kValidRule), "added 5E1F2A3B-4C5D-4E6F-8A9B-0C1D2E3F4A5B\n");
@@ -344,7 +334,7 @@ TEST_F(TamarindCli, RulesAreSeededOnceAndAddTakesOnlyWholeRules) {
     ok({"rules", "delete", "Hex colours \u2192 Colors"});
     EXPECT_EQ(ruleDump(json({"rules", "list", "--json"})),
               "Figma \u2192 Assets (on), Code from Xcode or VS Code \u2192 Snippets, Tickets");
-    EXPECT_EQ(run({"rules", "enable", "No Such Rule"}).exitCode, 1);
+    exits(1, {"rules", "enable", "No Such Rule"});
 
     for (const Json& rule : json({"rules", "list", "--json"})) ok({"rules", "delete", rule.at("id")});
     EXPECT_EQ(ok({"rules", "list"}), "no rules\n") << "deleted examples never come back";
@@ -370,9 +360,7 @@ TEST_F(TamarindCli, ExportedRulesImportIntoAFreshHomeUnchanged) {
     EXPECT_EQ(Json(std::vector<Json>(after.end() - static_cast<long>(before.size()), after.end())), before);
 
     EXPECT_EQ(ok({"rules", "import", "-"}, exported, &fresh), "added 0, replaced 4\n");
-    ProcessResult notRules = run({"rules", "import", "-"}, R"([{"name": "half a rule"}])", &fresh);
-    EXPECT_EQ(notRules.exitCode, 2);
-    EXPECT_NE(notRules.err.find("id"), std::string::npos) << notRules.err;
+    fails(2, {"rules", "import", "-"}, "id", R"([{"name": "half a rule"}])", &fresh);
 }
 
 TEST_F(TamarindCli, RulePreviewTellsHowManyRecentClipsMatch) {
@@ -413,7 +401,7 @@ TEST_F(TamarindCli, SmartCollectionsListOnlyWhatTheirFiltersKeep) {
     EXPECT_EQ(saved[0].value("kind", ""), "link");
     EXPECT_FALSE(saved[0].contains("withinDays"));
     EXPECT_EQ(saved[1].value("withinDays", 0), 7);
-    EXPECT_EQ(run({"list", "--smart", "Nothing like it"}).exitCode, 1);
+    exits(1, {"list", "--smart", "Nothing like it"});
     ok({"smart", "delete", "Links"});
     EXPECT_EQ(json({"smart", "list", "--json"}).size(), 1u);
 }
@@ -426,12 +414,8 @@ TEST_F(TamarindCli, ACorruptStoreIsNamedAndLeftAsItWas) {
     for (int i = 0; i < 8192; ++i) garbage += static_cast<char>((i * 7919) % 251);
     write(storeFile(), garbage);
 
-    for (const auto& arguments : std::vector<std::vector<std::string>>{{"list"}, {"add", "hello"}, {"stats"}}) {
-        ProcessResult result = run(arguments);
-        EXPECT_EQ(result.exitCode, 1) << arguments[0];
-        EXPECT_NE(result.err.find(storeFile().string()), std::string::npos) << result.err;
-        EXPECT_EQ(result.out, "");
-    }
+    for (const auto& arguments : std::vector<std::vector<std::string>>{{"list"}, {"add", "hello"}, {"stats"}})
+        EXPECT_EQ(fails(1, arguments, storeFile().string()).out, "") << arguments[0];
     EXPECT_EQ(contentsOf(storeFile()), garbage);
     EXPECT_EQ(ok({"settings", "get", "capture.maximumClipCount"}), "10000\n") << "settings need no store";
 }
@@ -527,8 +511,7 @@ TEST_F(TamarindCli, AnUnreadableImportLineIsReportedAndTheRestStillImports) {
                         "\n"
                         R"({"text": "fifth", "isFavorite": true})"
                         "\n";
-    ProcessResult result = run({"import", "-"}, lines);
-    EXPECT_EQ(result.exitCode, 1);
+    ProcessResult result = exits(1, {"import", "-"}, lines);
     EXPECT_EQ(result.out, "inserted 2, deduplicated 0, rejected 1, unreadable 2\n");
     std::vector<std::string> errors = linesOf(result.err);
     ASSERT_EQ(errors.size(), 2u) << result.err;
@@ -558,10 +541,7 @@ TEST_F(TamarindCli, ImportedDatesNeverMoveAClipBack) {
 TEST_F(TamarindCli, WipeDeletesEverythingOnlyWithYes) {
     add({"one"});
     ok({"pin", add({"two"})});
-    ProcessResult asked = run({"wipe"});
-    EXPECT_EQ(asked.exitCode, 1);
-    EXPECT_NE(asked.err.find(kDeleteAllConfirmation), std::string::npos) << asked.err;
-    EXPECT_EQ(asked.out, "");
+    EXPECT_EQ(fails(1, {"wipe"}, kDeleteAllConfirmation).out, "");
     EXPECT_EQ(total(), 2);
     EXPECT_EQ(ok({"wipe", "--yes"}), "deleted everything\n");
     EXPECT_EQ(total(), 0);
@@ -581,10 +561,10 @@ TEST_F(TamarindCli, SettingsReadTheirDefaultsKeepWhatIsSetAndAreObeyed) {
     ok({"settings", "set", "general.showsMenuBarIcon", "no"});
     EXPECT_EQ(ok({"settings", "get", "appearance.theme"}), "dark\n");
     EXPECT_EQ(ok({"settings", "get", "general.showsMenuBarIcon"}), "false\n");
-    EXPECT_EQ(run({"settings", "set", "appearance.theme", "sepia"}).exitCode, 2);
+    exits(2, {"settings", "set", "appearance.theme", "sepia"});
 
     ok({"settings", "set", "capture.excludedBundleIDs", "com.example.Vault, org.keepassxc.KeePassXC"});
-    EXPECT_EQ(run({"add", "--source-app", "com.example.Vault", "secret"}).exitCode, 1) << "the setting is obeyed";
+    exits(1, {"add", "--source-app", "com.example.Vault", "secret"});  // the setting is obeyed
     ok({"settings", "set", "capture.maximumClipCount", "2"});
     EXPECT_EQ(json({"settings", "list", "--json"}).value("capture.maximumClipCount", 0), 2);
     for (const char* text : {"a1", "b2", "c3", "d4"}) add({text});
@@ -592,7 +572,7 @@ TEST_F(TamarindCli, SettingsReadTheirDefaultsKeepWhatIsSetAndAreObeyed) {
     EXPECT_EQ(dump(json({"list", "--json"})), "text:d4, text:c3");
     ok({"settings", "reset", "capture.maximumClipCount"});
     EXPECT_EQ(ok({"settings", "get", "capture.maximumClipCount"}), "10000\n");
-    EXPECT_EQ(run({"settings", "reset", "capture.bogus"}).exitCode, 2);
+    exits(2, {"settings", "reset", "capture.bogus"});
 
     Json created = json({"collections", "create", "Work", "--json"});
     EXPECT_EQ(created.value("name", ""), "Work");
@@ -640,14 +620,10 @@ TEST_F(TamarindCli, ShortcutsAreListedChangedAndKeptInTheirStoredForm) {
     ok({"shortcuts", "clear", "clip." + id});
     EXPECT_EQ(keysOf("clip." + id), "absent");
 
-    ProcessResult badKeys = run({"shortcuts", "set", "pasteSlot0", "Hyper+1"});
-    EXPECT_EQ(badKeys.exitCode, 2);
-    EXPECT_NE(badKeys.err.find("not a key combination"), std::string::npos) << badKeys.err;
-    EXPECT_EQ(run({"shortcuts", "clear", "noSuchShortcut"}).exitCode, 2);
-    EXPECT_EQ(run({"paste-slot", "11"}).exitCode, 2);
-    ProcessResult next = run({"paste-next"});
-    EXPECT_EQ(next.exitCode, 1);
-    EXPECT_NE(next.err.find("running app"), std::string::npos) << next.err;
+    fails(2, {"shortcuts", "set", "pasteSlot0", "Hyper+1"}, "not a key combination");
+    exits(2, {"shortcuts", "clear", "noSuchShortcut"});
+    exits(2, {"paste-slot", "11"});
+    fails(1, {"paste-next"}, "running app");
 }
 
 }  // namespace

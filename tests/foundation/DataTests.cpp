@@ -6,7 +6,7 @@
 namespace tamarind {
 namespace {
 
-TEST(Base64, EncodesAndDecodesEveryPaddingLength) {
+TEST(Base64, EncodesAndDecodesEveryPaddingLengthAndRejectsMalformedTextInsteadOfGuessing) {
     for (std::string_view text : {"", "f", "fo", "foo", "foob", "fooba", "foobar"}) {
         Data data = dataFromString(text);
         auto decoded = base64Decode(base64Encode(data));
@@ -15,14 +15,11 @@ TEST(Base64, EncodesAndDecodesEveryPaddingLength) {
     }
     EXPECT_EQ(base64Encode(dataFromString("foobar")), "Zm9vYmFy");
     EXPECT_EQ(base64Encode(dataFromString("fo")), "Zm8=");
-}
-
-TEST(Base64, RejectsMalformedTextInsteadOfGuessing) {
     for (std::string_view bad : {"Zm9", "Zm9v!", "Zm=v", "Z===", "Zm8=Zm8=", "Zm9v\n", " Zm9v"})
         EXPECT_FALSE(base64Decode(bad)) << bad;
 }
 
-TEST(Date, Iso8601RoundTripsExactlyIncludingFractionsAndTheDistantPast) {
+TEST(Date, Iso8601RoundTripsExactlyIncludingFractionsAndTheDistantPastReadsOffsetsAndRejectsNonsense) {
     for (double seconds : {0.0, 0.25, -99.75, 817000000.123456789, 1e-9, 63113904000.0, -3.1e10}) {
         Date date = Date::fromReferenceSeconds(seconds);
         auto parsed = Date::parseIso8601(date.iso8601());
@@ -32,9 +29,6 @@ TEST(Date, Iso8601RoundTripsExactlyIncludingFractionsAndTheDistantPast) {
     EXPECT_EQ(Date::fromReferenceSeconds(0).iso8601(), "2001-01-01T00:00:00Z");
     EXPECT_EQ(Date::fromReferenceSeconds(-99.75).iso8601(), "2000-12-31T23:58:20.25Z");
     EXPECT_EQ(Date::fromUnixSeconds(0).iso8601(), "1970-01-01T00:00:00Z");
-}
-
-TEST(Date, ParsesOffsetsAndRejectsNonsense) {
     EXPECT_EQ(Date::parseIso8601("2001-01-01T02:00:00+02:00")->secondsSinceReferenceDate(), 0);
     EXPECT_EQ(Date::parseIso8601("2000-12-31T19:30:00-0430")->secondsSinceReferenceDate(), 0);
     for (std::string_view bad : {"", "2001-01-01", "2001-02-30T00:00:00Z", "2001-01-01T24:00:00Z",

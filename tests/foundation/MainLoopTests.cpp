@@ -123,7 +123,7 @@ TEST(Debouncer, RunsOnceAfterTheLastCallAndNotAfterCancel) {
     EXPECT_THAT(runs, ElementsAre(2)) << "a destroyed debouncer's action ran";
 }
 
-TEST(Observable, DeliversOnTheLoopInOrderWithOptionalDropFirst) {
+TEST(Observable, DeliversOnTheLoopInOrderWithOptionalDropFirstAndNeverAfterTheObservableIsGone) {
     ManualMainLoop loop;
     Observable<int> count(loop, 1);
     std::vector<int> all, later;
@@ -142,15 +142,13 @@ TEST(Observable, DeliversOnTheLoopInOrderWithOptionalDropFirst) {
     loop.runUntilIdle();
     EXPECT_THAT(later, ElementsAre(2, 2));
     EXPECT_THAT(all, ElementsAre(1, 2, 2, 3));
-}
 
-TEST(Observable, ADeliveryOutlivingTheObservableIsDropped) {
-    ManualMainLoop loop;
+    // A delivery outliving its observable is dropped.
     std::vector<std::string> seen;
-    Subscription subscription;
+    Subscription outliving;
     {
         Observable<std::string> name(loop, "a");
-        subscription = name.subscribe([&](const std::string& v) { seen.push_back(v); });
+        outliving = name.subscribe([&](const std::string& v) { seen.push_back(v); });
         name.set("b");
     }
     loop.runUntilIdle();

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <map>
 #include <set>
 
 #include "foundation/Log.h"
@@ -92,7 +93,7 @@ protected:
     fs::path path_ = folder_ / "defaults.plist";
 };
 
-TEST_F(PlistFileDefaultsTest, EveryTypeRoundTripsExactlyThroughTheFile) {
+TEST_F(PlistFileDefaultsTest, EveryTypeRoundTripsExactlyThroughTheFileInAFormOtherReadersTake) {
     PlistDictionary expected = everyType();
     {
         PlistFileDefaults writer(path_);
@@ -101,31 +102,15 @@ TEST_F(PlistFileDefaultsTest, EveryTypeRoundTripsExactlyThroughTheFile) {
         writer.remove("removed");
     }
     PlistFileDefaults reader(path_);
-    PlistDictionary read = reader.dictionaryRepresentation();
-    for (const auto& [key, value] : expected) {
-        auto found = read.find(key);
-        ASSERT_NE(found, read.end()) << key;
-        EXPECT_EQ(found->second, value) << key;
-    }
-    EXPECT_EQ(read.size(), expected.size());
+    EXPECT_EQ(PlistValue(reader.dictionaryRepresentation()), PlistValue(expected));
     // A date's double, to the last bit: equality above compares bits, this says so where it matters most.
     EXPECT_EQ(reader.date("date.fraction")->secondsSinceReferenceDate(), 817000000.123456789);
-}
 
-TEST(PlistCodec, WritesXmlThatOtherReadersTakeAsIs) {
-    auto xml = encodePlistXml(PlistDictionary{
-        {"date", date("2026-11-22T20:49:12.25Z")},
-        {"far", date("2200-01-01T00:00:00Z")},
-        {"integer", -5},
-        {"real", 0.1},
-        {"whole", 2.0},
-        {"zero", -0.0},
-    });
-    ASSERT_TRUE(xml);
-    EXPECT_TRUE(xml->starts_with("<?xml version=\"1.0\" encoding=\"UTF-8\"?>")) << *xml;
-    for (std::string_view element : {"<date>2026-11-22T20:49:12.25Z</date>", "<date>2200-01-01T00:00:00Z</date>",
+    std::string xml = readFile(path_);
+    EXPECT_TRUE(xml.starts_with("<?xml version=\"1.0\" encoding=\"UTF-8\"?>")) << xml;
+    for (std::string_view element : {"<date>2200-06-01T12:00:00.5Z</date>", "<date>1018-08-26T16:53:20Z</date>",
                                      "<integer>-5</integer>", "<real>0.1</real>", "<real>2</real>", "<real>-0</real>"})
-        EXPECT_NE(xml->find(element), std::string::npos) << element << " in\n" << *xml;
+        EXPECT_NE(xml.find(element), std::string::npos) << element;
 }
 
 TEST(PlistCodec, ReadsWhatOtherWritersProduce) {
@@ -275,57 +260,45 @@ TEST(PlistCodec, NestingIsCappedAlikeForWritingAndReading) {
     EXPECT_EQ(decoded.error, "it is nested too deeply");
 }
 
-TEST_F(PlistFileDefaultsTest, AnUnreadableFileIsKeptAsideUnchangedAndTheSettingsStartEmpty) {
+// Each way of failing to decode takes this road (the reasons are PlistCodec's), one after another in the
+// same folder, so that each file kept aside finds the earlier ones there and leaves them as they were.
+TEST_F(PlistFileDefaultsTest, AnUnreadableFileIsKeptAsideUnchangedNeverOverAnEarlierOneAndTheSettingsStartEmpty) {
     std::string written = *encodePlistXml(PlistDictionary{{"a", "some setting"}, {"b", 2}});
     struct Case {
-        std::string name;
         std::string bytes;
         std::string reason;
+        std::string keptAs;
     };
-    // Each way of failing to decode takes this road; the reasons are PlistCodec's.
+    std::set<std::string> keptSoFar;
+    std::map<fs::path, std::string> keptBytes;
     for (const Case& test : {
-             Case{"truncated", written.substr(0, written.size() / 2), "not a property list, or cut short"},
-             Case{"empty", "", "the file is empty"},
+             Case{written.substr(0, written.size() / 2), "not a property list, or cut short", ""},
+             Case{"", "the file is empty", "-2"},
+             Case{"\x89PNG garbage", "not a property list, or cut short", "-3"},
          }) {
-        SCOPED_TRACE(test.name);
-        fs::path folder = folder_ / test.name;
-        fs::create_directory(folder);
-        fs::path path = folder / "defaults.plist";
-        writeFile(path, test.bytes);
-
+        SCOPED_TRACE(test.reason);
+        writeFile(path_, test.bytes);
         LogCapture capture;
-        PlistFileDefaults defaults(path, &PlistFileDefaultsTest::fixedNow);
+        PlistFileDefaults defaults(path_, &PlistFileDefaultsTest::fixedNow);
         EXPECT_TRUE(defaults.dictionaryRepresentation().empty());
-        fs::path kept = folder / "defaults.plist.corrupt-20261122T204912Z";
-        EXPECT_EQ(listing(folder), (std::set<std::string>{kept.filename()}));
+        fs::path kept = folder_ / ("defaults.plist.corrupt-20261122T204912Z" + test.keptAs);
+        keptSoFar.insert(kept.filename());
+        keptBytes[kept] = test.bytes;
+        EXPECT_EQ(listing(folder_), keptSoFar);
         EXPECT_EQ(defaults.keptAsidePath(), kept);
-        EXPECT_EQ(readFile(kept), test.bytes);
         EXPECT_EQ(capture.messages("settings"),
-                  (std::vector<std::string>{"Could not read settings from " + path.string() + ": " + test.reason +
+                  (std::vector<std::string>{"Could not read settings from " + path_.string() + ": " + test.reason +
                                             ". Kept it as " + kept.string() + " and started with empty settings"}));
         ASSERT_EQ(capture.records().size(), 1u);
         EXPECT_EQ(capture.records()[0].level, LogLevel::error);
 
         defaults.set("after", 1);
-        EXPECT_EQ(listing(folder), (std::set<std::string>{"defaults.plist", kept.filename()}));
-        EXPECT_EQ(readFile(kept), test.bytes);
-        PlistDecoding fresh = decodePlist(readFile(path));
+        EXPECT_EQ(listing(folder_).size(), keptSoFar.size() + 1);
+        for (const auto& [path, bytes] : keptBytes) EXPECT_EQ(readFile(path), bytes) << path;
+        PlistDecoding fresh = decodePlist(readFile(path_));
         ASSERT_TRUE(fresh.dictionary) << fresh.error;
         EXPECT_EQ(PlistValue(*fresh.dictionary), PlistValue(PlistDictionary{{"after", 1}}));
     }
-}
-
-TEST_F(PlistFileDefaultsTest, AFileKeptEarlierIsNeverReplaced) {
-    writeFile(folder_ / "defaults.plist.corrupt-20261122T204912Z", "kept first");
-    writeFile(folder_ / "defaults.plist.corrupt-20261122T204912Z-2", "kept second");
-    writeFile(path_, "third");
-    LogCapture capture;
-    PlistFileDefaults defaults(path_, &PlistFileDefaultsTest::fixedNow);
-    EXPECT_EQ(defaults.keptAsidePath(), folder_ / "defaults.plist.corrupt-20261122T204912Z-3");
-    EXPECT_EQ(readFile(folder_ / "defaults.plist.corrupt-20261122T204912Z"), "kept first");
-    EXPECT_EQ(readFile(folder_ / "defaults.plist.corrupt-20261122T204912Z-2"), "kept second");
-    EXPECT_EQ(readFile(folder_ / "defaults.plist.corrupt-20261122T204912Z-3"), "third");
-    EXPECT_FALSE(fs::exists(path_));
 }
 
 TEST_F(PlistFileDefaultsTest, AMissingFileStartsEmptyQuietlyAndAChangeWritesItPrivatelyInPrivateFolders) {

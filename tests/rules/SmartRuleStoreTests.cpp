@@ -257,7 +257,7 @@ TEST(SmartCollection, JsonLeavesOutAbsentOptionalsAndRequiresTheRest) {
     EXPECT_EQ(decodeSmartCollections("{}").collections, std::nullopt);
 }
 
-TEST(SmartCollection, SavingTheFilterTakesItsOneRestrictionAndASmartCollectionIsNotSavedAgain) {
+TEST(SmartCollection, SavingTheFilterTakesItsOneRestrictionOpensAsItsQueryAndASmartCollectionIsNotSavedAgain) {
     Uuid folder = *Uuid::parse("00000000-0000-4000-8000-0000000000AB");
     // The saved collection's JSON without what every saved filter shares.
     auto saved = [&](const LibraryFilter& filter) -> std::string {
@@ -281,32 +281,25 @@ TEST(SmartCollection, SavingTheFilterTakesItsOneRestrictionAndASmartCollectionIs
     EXPECT_EQ(saved(LibraryFilter::inSmartCollection(folder, "Open")), "nothing");
     EXPECT_NE(makeSmartCollection("a", "", {})->id, makeSmartCollection("a", "", {})->id);
 
+    // Saved, it opens as its query, with the search field's text in place of its own; the other filters
+    // are copied into the query as they are, and the command line's smart lists try them.
     ManualMainLoop loop;
     InMemoryDefaults defaults = seededDefaults({});
     SmartRuleStore store(defaults, loop);
-    auto pinned = store.saveSmartCollection("Pinned", "", LibraryFilter::pinned());
-    ASSERT_TRUE(pinned);
-    EXPECT_EQ(store.smartCollection(pinned->id), pinned);
-    auto before = storedText(defaults, ruleKeys::smartCollections);
-    EXPECT_EQ(store.saveSmartCollection("Again", "x", LibraryFilter::inSmartCollection(pinned->id, "Pinned")),
-              std::nullopt);
-    EXPECT_EQ(*store.smartCollections(), std::vector<SmartCollection>{*pinned});
-    EXPECT_EQ(storedText(defaults, ruleKeys::smartCollections), before);
-}
-
-// The filters are copied into the query as they are; the command line's smart lists try them.
-TEST(SmartRuleStore, ASmartCollectionOpensAsItsQueryWithTheSearchFieldInPlaceOfItsText) {
-    ManualMainLoop loop;
-    SmartCollection collection = sampleCollection();
-    collection.kind = ClipKind::link;
-    InMemoryDefaults defaults({{ruleKeys::examplesSeeded, true},
-                               {ruleKeys::smartCollections, dataFromString(encodeSmartCollections({collection}))}});
-    SmartRuleStore store(defaults, loop);
-    EXPECT_EQ(store.queryFor(collection.id, "").text, "docs");
-    ClipQuery searched = store.queryFor(collection.id, "api");
+    auto links = store.saveSmartCollection("Links", "docs", LibraryFilter::ofKind(ClipKind::link));
+    ASSERT_TRUE(links);
+    EXPECT_EQ(store.smartCollection(links->id), links);
+    EXPECT_EQ(store.queryFor(links->id, "").text, "docs");
+    ClipQuery searched = store.queryFor(links->id, "api");
     EXPECT_EQ(searched.text, "api");
     EXPECT_EQ(searched.kind, ClipKind::link);
     EXPECT_TRUE(store.queryFor(Uuid::random(), "api").isEmpty()) << "a deleted collection gives the default query";
+
+    auto before = storedText(defaults, ruleKeys::smartCollections);
+    EXPECT_EQ(store.saveSmartCollection("Again", "x", LibraryFilter::inSmartCollection(links->id, "Links")),
+              std::nullopt);
+    EXPECT_EQ(*store.smartCollections(), std::vector<SmartCollection>{*links});
+    EXPECT_EQ(storedText(defaults, ruleKeys::smartCollections), before);
 }
 
 TEST(SmartCollection, WithinDaysKeepsClipsFromTheCutOffOn) {

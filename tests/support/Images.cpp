@@ -21,10 +21,6 @@ void put32(Data& out, std::uint32_t value) {
     put16(out, value >> 16);
 }
 
-}  // namespace
-
-namespace {
-
 using PixelFunction = std::uint32_t (*)(int x, int y, int width, int height);
 
 std::uint32_t gradient(int x, int y, int width, int height) {
@@ -45,7 +41,36 @@ std::uint32_t screenshotLike(int x, int y, int width, int height) {
     return hash & 1 ? 0x000000u : (hash & 0xFFFFFFu);
 }
 
-Data makeBmpWith(int width, int height, PixelFunction pixel);
+Data makeBmpWith(int width, int height, PixelFunction pixel) {
+    const std::uint32_t rowSize = (static_cast<std::uint32_t>(width) * 3 + 3) & ~3u;
+    const std::uint32_t pixelBytes = rowSize * static_cast<std::uint32_t>(height);
+    Data out{'B', 'M'};
+    // The file header (size, reserved, pixel offset), then the info header: its size, the image's, one plane
+    // of 24 bits, no compression, the pixels' size, 72 dpi, no palette.
+    for (std::uint32_t field : {54 + pixelBytes, 0u, 54u, 40u, static_cast<std::uint32_t>(width),
+                                static_cast<std::uint32_t>(height)})
+        put32(out, field);
+    put16(out, 1);
+    put16(out, 24);
+    for (std::uint32_t field : {0u, pixelBytes, 2835u, 2835u, 0u, 0u}) put32(out, field);
+    for (int y = 0; y < height; ++y) {
+        std::uint32_t written = 0;
+        for (int x = 0; x < width; ++x, written += 3) {
+            std::uint32_t rgb = pixel(x, y, width, height);
+            out.push_back(static_cast<std::uint8_t>(rgb));  // BMP stores blue, green, red
+            out.push_back(static_cast<std::uint8_t>(rgb >> 8));
+            out.push_back(static_cast<std::uint8_t>(rgb >> 16));
+        }
+        for (; written < rowSize; ++written) out.push_back(0);
+    }
+    return out;
+}
+
+Data pngOf(const Data& bmp) {
+    auto png = convertToPng(bmp);
+    if (!png) throw std::runtime_error("the codec could not encode a test image");
+    return *png;
+}
 
 }  // namespace
 
@@ -64,53 +89,8 @@ Data makeTiff(int width, int height) {
     return tiff;
 }
 
-Data makeScreenshotLikePng(int width, int height) {
-    auto png = convertToPng(makeBmpWith(width, height, screenshotLike));
-    if (!png) throw std::runtime_error("the codec could not encode a test image");
-    return *png;
-}
+Data makeScreenshotLikePng(int width, int height) { return pngOf(makeBmpWith(width, height, screenshotLike)); }
 
-namespace {
-
-Data makeBmpWith(int width, int height, PixelFunction pixel) {
-    const std::uint32_t rowSize = (static_cast<std::uint32_t>(width) * 3 + 3) & ~3u;
-    const std::uint32_t pixelBytes = rowSize * static_cast<std::uint32_t>(height);
-    Data out;
-    out.push_back('B');
-    out.push_back('M');
-    put32(out, 54 + pixelBytes);
-    put32(out, 0);
-    put32(out, 54);
-    put32(out, 40);
-    put32(out, static_cast<std::uint32_t>(width));
-    put32(out, static_cast<std::uint32_t>(height));
-    put16(out, 1);
-    put16(out, 24);
-    put32(out, 0);
-    put32(out, pixelBytes);
-    put32(out, 2835);
-    put32(out, 2835);
-    put32(out, 0);
-    put32(out, 0);
-    for (int y = 0; y < height; ++y) {
-        std::uint32_t written = 0;
-        for (int x = 0; x < width; ++x, written += 3) {
-            std::uint32_t rgb = pixel(x, y, width, height);
-            out.push_back(static_cast<std::uint8_t>(rgb));  // BMP stores blue, green, red
-            out.push_back(static_cast<std::uint8_t>(rgb >> 8));
-            out.push_back(static_cast<std::uint8_t>(rgb >> 16));
-        }
-        for (; written < rowSize; ++written) out.push_back(0);
-    }
-    return out;
-}
-
-}  // namespace
-
-Data makePng(int width, int height) {
-    auto png = convertToPng(makeBmp(width, height));
-    if (!png) throw std::runtime_error("the codec could not encode a test image");
-    return *png;
-}
+Data makePng(int width, int height) { return pngOf(makeBmp(width, height)); }
 
 }  // namespace tamarind

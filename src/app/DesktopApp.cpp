@@ -138,13 +138,14 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
         log.error("Lost the connection to the X display; stopping.");
         QApplication::exit(1);
     });
-    auto clipboard = X11Clipboard::create(loop, x11);
+    // The platform's slow work: images offered in other formats made PNG, desktop files read.
+    ThreadWorker platformWorker;
+    auto clipboard = X11Clipboard::create(loop, x11, &platformWorker);
     if (auto* error = std::get_if<std::string>(&clipboard)) {
         log.fault("Cannot watch the clipboard: %{public}s.", *error);
         return 1;
     }
-    ThreadWorker desktopFileReader;
-    DesktopEntryIndex applications(loop, desktopFileReader, DesktopEntryIndex::defaultFolders());
+    DesktopEntryIndex applications(loop, platformWorker, DesktopEntryIndex::defaultFolders());
     X11Workspace workspace(x11, &applications);
     DBusSuspensionEvents suspension(QDBusConnection::systemBus(), QDBusConnection::sessionBus());
     X11Permissions permissions(X11Permissions::isWaylandSessionNow());

@@ -98,7 +98,7 @@ ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore,
         (void)sha256Hex("");
         for (ModelContainer* container : {main_.get(), vault_.get()})
             if (container)
-                for (const Clip& clip : readOr(container->clipsWithoutThumbnail(kThumbnailBackfillPerStart),
+                for (const Clip& clip : readOr(container->clipsWithoutThumbnail(kThumbnailBackfillWindow),
                                                "Finding clips without a thumbnail", std::vector<Clip>{}))
                     makeThumbnailLater(clip.id, clip.blobFilename, {});
     }

@@ -41,7 +41,7 @@ inline constexpr std::array<std::string_view, 5> kConcealedTypes = {
     "com.agilebits.onepassword", "x-kde-passwordManagerHint"};
 
 inline constexpr std::size_t kRecentHashCapacity = 200;
-inline constexpr long long kThumbnailBackfillPerStart = 50;
+inline constexpr long long kThumbnailBackfillWindow = 200;
 
 struct CaptureLimits {
     long long minimumCharacters = 0;  // 0: no minimum
@@ -145,7 +145,7 @@ public:
     // after the clip is stored and attached when it comes back; without one (the command line,
     // which has no loop to keep free), during the ingest. Both must outlive the store. With a worker,
     // image clips left without a thumbnail (the app was killed before it came back) have it made
-    // again, kThumbnailBackfillPerStart per start.
+    // again at start, among the kThumbnailBackfillWindow newest.
     ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore, std::string originDeviceID,
               IngestPolicy policy = {}, Worker* imageWorker = nullptr);
     // Copies still waiting in submit()'s queue are ingested first, here, without their callbacks:

@@ -876,11 +876,11 @@ Result<long long> ModelContainer::dataVersion() {
     return guarded([&]() -> long long { return database_->execAndGet("PRAGMA data_version").getInt64(); });
 }
 
-Result<std::vector<Clip>> ModelContainer::clipsWithoutThumbnail(long long limit) {
+Result<std::vector<Clip>> ModelContainer::clipsWithoutThumbnail(long long newest) {
     return fetch(ClipFetch{
-        .where = "deletedAt IS NULL AND blobFilename IS NOT NULL AND kind IN ('image', 'screenshot') AND NOT EXISTS "
-                 "(SELECT 1 FROM clip_media WHERE clipPk = clip.pk AND thumbnailData IS NOT NULL)",
-        .limit = limit});
+        .where = "pk IN (SELECT pk FROM clip ORDER BY createdAt DESC LIMIT " + std::to_string(newest) +
+                 ") AND deletedAt IS NULL AND blobFilename IS NOT NULL AND kind IN ('image', 'screenshot') AND "
+                 "NOT EXISTS (SELECT 1 FROM clip_media WHERE clipPk = clip.pk AND thumbnailData IS NOT NULL)"});
 }
 
 Status ModelContainer::updateThumbnail(const Uuid& id, const Data& thumbnail) {

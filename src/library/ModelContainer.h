@@ -76,8 +76,9 @@ public:
     Status updateUsage(const Clip& clip);
     // Writes only the thumbnail, made after the clip was stored. An unknown id does nothing.
     Status updateThumbnail(const Uuid& id, const Data& thumbnail);
-    // Live image clips with a blob and no thumbnail, newest first, at most `limit`.
-    Result<std::vector<Clip>> clipsWithoutThumbnail(long long limit);
+    // Live image clips with a blob and no thumbnail among the `newest` clips, newest first. Only the
+    // newest are looked at, so that a big library is not scanned.
+    Result<std::vector<Clip>> clipsWithoutThumbnail(long long newest);
     Status remove(const Uuid& id);
     // Removes every clip, with no tombstones.
     Status removeAllClips();

@@ -1,5 +1,7 @@
 #include "foundation/Preferences.h"
 
+#include "foundation/Log.h"
+
 namespace tamarind {
 
 Preferences::Preferences(Defaults& defaults, MainLoop& loop)
@@ -15,6 +17,16 @@ void Preferences::keyChanged(const std::string& key) {
         property->reload();
     }
     if (!isHeld) keyDidChange(key);
+}
+
+void keepUnreadableValueAside(Defaults& defaults, const std::string& key,
+                              const std::function<bool(const PlistValue&)>& isReadable) {
+    std::optional<PlistValue> stored = defaults.object(key);
+    if (!stored || isReadable(*stored)) return;
+    std::string aside = key + ".unreadable";
+    for (int suffix = 2; defaults.object(aside); ++suffix) aside = key + ".unreadable-" + std::to_string(suffix);
+    defaults.set(aside, std::move(*stored));
+    Log("settings").error("The stored value of %{public}s could not be read; it is kept as %{public}s.", key, aside);
 }
 
 SettingCodec<bool> boolSetting(bool fallback) {

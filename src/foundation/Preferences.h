@@ -9,7 +9,8 @@
 // A read-modify-write (adding a rule to the list) goes through modify(), which first takes in what
 // another program wrote since the last look: an in-app write never overwrites an outside edit it
 // has not read. Reading never writes: a stored value that doesn't decode reads as the fallback and
-// stays stored as it is.
+// stays stored as it is. Writing over such a value of a structured setting (a list of rules, a
+// shortcut) first keeps it aside: keepUnreadableValueAside().
 //
 // Main thread only.
 
@@ -115,6 +116,12 @@ private:
     Preferences& owner_;
     SettingCodec<T> codec_;
 };
+
+// Before a structured setting is written over: a stored value `isReadable` refuses is copied to
+// "<key>.unreadable" (else "<key>.unreadable-2", -3...: an earlier one is never replaced) and
+// the copy is logged, so that the user's old value can still be recovered by hand.
+void keepUnreadableValueAside(Defaults& defaults, const std::string& key,
+                              const std::function<bool(const PlistValue&)>& isReadable);
 
 // The codecs of plain values. A missing key reads as the fallback.
 SettingCodec<bool> boolSetting(bool fallback = false);

@@ -14,9 +14,10 @@ const Log log{"rules"};
 
 constexpr double kSecondsPerDay = 86'400;
 
-// A JSON list stored as data. A missing key, or one that doesn't decode, reads as the empty list.
-// Writing is strict, unlike encodeRules: replacing ill-formed bytes would store a name the user
-// never typed, while refusing keeps the old list stored and the new one in memory.
+// A JSON list stored as data. A missing key, or one that doesn't decode, reads as the empty list;
+// writing over one that doesn't decode keeps it aside first. Writing is strict, unlike
+// encodeRules: replacing ill-formed bytes would store a name the user never typed, while refusing
+// keeps the old list stored and the new one in memory.
 template <class T>
 SettingCodec<std::vector<T>> jsonListSetting(std::optional<std::vector<T>> (*decode)(std::string_view)) {
     return {[decode](const Defaults& defaults, const std::string& key) {
@@ -24,7 +25,7 @@ SettingCodec<std::vector<T>> jsonListSetting(std::optional<std::vector<T>> (*dec
                 if (!data) return std::vector<T>{};
                 return decode(stringFromData(*data)).value_or(std::vector<T>{});
             },
-            [](Defaults& defaults, const std::string& key, const std::vector<T>& list) {
+            [decode](Defaults& defaults, const std::string& key, const std::vector<T>& list) {
                 std::string text;
                 try {
                     Json array = Json::array();
@@ -34,6 +35,9 @@ SettingCodec<std::vector<T>> jsonListSetting(std::optional<std::vector<T>> (*dec
                     log.error("Could not save %{public}s: %{public}s", key, error.what());
                     return;
                 }
+                keepUnreadableValueAside(defaults, key, [decode](const PlistValue& stored) {
+                    return stored.asData() && decode(stringFromData(*stored.asData())).has_value();
+                });
                 defaults.set(key, dataFromString(text));
             }};
 }

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <set>
@@ -10,6 +11,8 @@
 
 namespace tamarind {
 namespace {
+
+using ::testing::ElementsAre;
 
 const Date kNow = Date::fromReferenceSeconds(788918400);  // the manual loop's wall start
 
@@ -107,6 +110,24 @@ TEST(SmartRuleStore, UnreadableStoredListsReadAsEmptyAndStayStoredAsTheyAre) {
     EXPECT_EQ(storedText(defaults, ruleKeys::smartRules), "{not json") << "a read never writes";
     EXPECT_EQ(storedText(defaults, ruleKeys::smartCollections), collectionWithoutSearch);
     EXPECT_TRUE(capture.records().empty());
+
+    // Writing over an unreadable list keeps it aside first, and never over one kept earlier.
+    store.addRule(ruleNamed("new", 0));
+    EXPECT_TRUE(store.saveSmartCollection("x", "", {}));
+    defaults.set(ruleKeys::smartRules, dataFromString("{again"));
+    store.addRule(ruleNamed("newer", 0));
+    auto kept = [&](const std::string& key) { return storedText(defaults, key.c_str()).value_or("none"); };
+    EXPECT_EQ(kept(std::string(ruleKeys::smartRules) + ".unreadable"), "{not json");
+    EXPECT_EQ(kept(std::string(ruleKeys::smartRules) + ".unreadable-2"), "{again");
+    EXPECT_EQ(kept(std::string(ruleKeys::smartCollections) + ".unreadable"), collectionWithoutSearch);
+    EXPECT_EQ(store.rules()->size(), 1u) << "the list read after the outside write was empty";
+    EXPECT_THAT(capture.messages("settings"),
+                ElementsAre("The stored value of rules.smartRules could not be read; it is kept as "
+                            "rules.smartRules.unreadable.",
+                            "The stored value of rules.smartCollections could not be read; it is kept as "
+                            "rules.smartCollections.unreadable.",
+                            "The stored value of rules.smartRules could not be read; it is kept as "
+                            "rules.smartRules.unreadable-2."));
 
     // Data of the wrong type counts as missing; on a first run the examples then go in.
     InMemoryDefaults wrongType(PlistDictionary{{ruleKeys::smartRules, "[]"}});

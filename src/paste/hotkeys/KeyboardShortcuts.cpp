@@ -25,6 +25,9 @@ std::optional<Shortcut> KeyboardShortcuts::getShortcut(const std::string& name) 
 }
 
 void KeyboardShortcuts::setShortcut(std::optional<Shortcut> shortcut, const std::string& name) {
+    keepUnreadableValueAside(defaults(), keyFor(name), [](const PlistValue& stored) {
+        return stored.isBool() || (stored.asString() && Shortcut::fromJson(*stored.asString()).has_value());
+    });
     if (shortcut) {
         defaults().set(keyFor(name), PlistValue(shortcut->json()));
     } else if (defaultFor_(name)) {

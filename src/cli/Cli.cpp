@@ -42,6 +42,11 @@ int run(int argc, const char* const* argv, CliContext& context) {
     try {
         configure(app, context);
         app.parse(argc, argv);
+        // A change that only lives in this process is lost when it ends: not a success.
+        if (auto why = context.unsavedSettings()) {
+            context.err() << "tamarind: could not save the settings: " << *why << "\n";
+            return kNotFoundOrRefused;
+        }
         return kSuccess;
     } catch (const CLI::CallForHelp&) {
         context.out() << app.help();

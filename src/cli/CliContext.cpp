@@ -34,6 +34,10 @@ Defaults& CliContext::defaults() {
     return *defaults_;
 }
 
+std::optional<std::string> CliContext::unsavedSettings() const {
+    return defaults_ ? defaults_->unsavedBecause() : std::nullopt;
+}
+
 CapturePreferences& CliContext::preferences() {
     if (!preferences_) preferences_ = std::make_unique<CapturePreferences>(defaults(), loop_);
     return *preferences_;

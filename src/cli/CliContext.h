@@ -21,6 +21,10 @@
 #include "rules/RuleEvaluation.h"
 #include "rules/SmartRuleStore.h"
 
+namespace tamarind {
+class PlistFileDefaults;
+}
+
 namespace tamarind::cli {
 
 // The documented exit codes.
@@ -65,6 +69,9 @@ public:
     Date now() const { return Date::systemNow(); }
 
     Defaults& defaults();
+    // Why a setting this command changed is not in the settings file; none when all is saved (or
+    // the settings were never opened).
+    std::optional<std::string> unsavedSettings() const;
     CapturePreferences& preferences();
     AppearancePreferences& appearance();
     SmartRuleStore& rules();
@@ -86,7 +93,7 @@ private:
     Paths paths_;
     CliStreams streams_;
     PollMainLoop loop_;
-    std::unique_ptr<Defaults> defaults_;
+    std::unique_ptr<PlistFileDefaults> defaults_;
     std::unique_ptr<CapturePreferences> preferences_;
     std::unique_ptr<AppearancePreferences> appearance_;
     std::unique_ptr<SmartRuleStore> rules_;

@@ -176,6 +176,7 @@ std::optional<std::filesystem::path> PlistFileDefaults::moveAside(std::string& e
 void PlistFileDefaults::save() {
     if (!isSaving_) {
         log.debug("Not saving settings to %{public}s, which holds a file that could not be read", path_.string());
+        unsavedBecause_ = path_.string() + " holds a file that could not be read, and it is left as it is";
         return;
     }
     const PlistDictionary* toWrite = &values_;
@@ -195,6 +196,7 @@ void PlistFileDefaults::save() {
     std::optional<std::string> xml = encodePlistXml(*toWrite);
     if (!xml) {
         log.error("Could not save settings to %{public}s: they could not be encoded", path_.string());
+        unsavedBecause_ = "they could not be encoded";
         return;
     }
 
@@ -208,14 +210,17 @@ void PlistFileDefaults::save() {
     if (target.has_parent_path()) {
         if (auto error = createPrivateDirectories(target.parent_path())) {
             log.error("Could not save settings to %{public}s: %{public}s", path_.string(), error->message);
+            unsavedBecause_ = error->message;
             return;
         }
     }
     if (auto error = writeFileAtomically(target, *xml)) {
         log.error("Could not save settings to %{public}s: %{public}s", path_.string(), error->message);
+        unsavedBecause_ = error->message;
         return;
     }
     lastSeen_ = currentStamp();
+    unsavedBecause_.reset();
 }
 
 }  // namespace tamarind

@@ -45,6 +45,9 @@ public:
     const std::optional<std::filesystem::path>& keptAsidePath() const { return keptAsidePath_; }
     // False only when an unreadable file could not be moved aside, so changes are not written over it.
     bool isSaving() const { return isSaving_; }
+    // Why the settings as they are in memory are not all in the file: the last save's failure, or
+    // the unreadable file that is not written over. None once a save succeeds.
+    const std::optional<std::string>& unsavedBecause() const { return unsavedBecause_; }
 
     // Takes in what another program wrote, if the file changed since it was last read or written,
     // and tells the observers of each key whose value changed. An unreadable file is left alone
@@ -78,6 +81,7 @@ private:
     PlistDictionary values_;
     std::optional<std::filesystem::path> keptAsidePath_;
     bool isSaving_ = true;
+    std::optional<std::string> unsavedBecause_;
     std::optional<FileStamp> lastSeen_;  // as last read or written; none when there was no file
     int inotify_ = -1;
     FdWatch watch_;

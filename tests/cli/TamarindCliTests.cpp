@@ -577,6 +577,15 @@ TEST_F(TamarindCli, SettingsReadTheirDefaultsKeepWhatIsSetAndAreObeyed) {
     Json created = json({"collections", "create", "Work", "--json"});
     EXPECT_EQ(created.value("name", ""), "Work");
     EXPECT_EQ(json({"collections", "--json"})[0].value("id", ""), created.value("id", "?"));
+
+    // A change that could not be written is a failure, said once; a read stays a success.
+    TemporaryFolder unwritable;
+    std::ofstream(unwritable.path() / "config") << "a file where the settings folder goes";
+    fails(1, {"settings", "set", "appearance.theme", "dark"}, "tamarind: could not save the settings: ", std::nullopt,
+          &unwritable);
+    fails(1, {"shortcuts", "set", "quickNote", "Super+Ctrl+M"}, "could not save the settings", std::nullopt,
+          &unwritable);
+    EXPECT_EQ(ok({"settings", "get", "appearance.theme"}, std::nullopt, &unwritable), "system\n");
 }
 
 // Without a display the app says what it needs in one line, instead of Qt's abort.

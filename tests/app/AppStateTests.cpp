@@ -45,7 +45,7 @@ protected:
     }
     std::string stored() {
         std::string out;
-        for (const Clip& clip : state->store().fetchPage(0, ClipQuery{}, ClipSortOrder::oldest, 100))
+        for (const Clip& clip : libraryClips())
             out += (out.empty() ? "" : ", ") + clip.text.value_or("?") + (clip.isFavorite ? "[fav]" : "");
         return out;
     }
@@ -144,7 +144,9 @@ TEST_F(AppStateTest, ALockedSessionCapturesNothingAndWakingNeverUndoesAPause) {
                             "Capture suspended (PrepareForSleep).", "Capture unsuspended (PrepareForSleep)."));
 }
 
-TEST_F(AppStateTest, TogglePauseSavesTheSettingBeforeTheMonitorMoves) {
+// A pause by hand saves the setting before the monitor moves; one saved by another program
+// pauses the running capture.
+TEST_F(AppStateTest, TogglePauseSavesTheSettingFirstAndAPauseSavedElsewhereIsTakenIn) {
     make();
     state->start();
     loop.runUntilIdle();
@@ -159,6 +161,15 @@ TEST_F(AppStateTest, TogglePauseSavesTheSettingBeforeTheMonitorMoves) {
         if (record.level != LogLevel::debug) lines.push_back(record.channel + ": " + record.message);
     EXPECT_THAT(lines, ElementsAre("settings: wrote capture.isPaused", "capture: Capture paused.",
                                    "settings: wrote capture.isPaused", "capture: Capture resumed."));
+    loop.runUntilIdle();
+    EXPECT_EQ(pauseState(), "running");
+
+    defaults.set(captureKeys::isPaused, PlistValue(true));  // as the settings file tells of it
+    loop.runUntilIdle();
+    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused");
+    copy("not captured");
+    EXPECT_TRUE(libraryClips().empty());
+    defaults.set(captureKeys::isPaused, PlistValue(false));
     loop.runUntilIdle();
     EXPECT_EQ(pauseState(), "running");
 }
@@ -256,20 +267,6 @@ TEST_F(AppStateTest, NothingCollectedStoresNothingAndCancelDropsTheStack) {
               (std::vector<std::string>{"Collect mode on.", "Collect mode off; nothing was collected.",
                                         "Collect mode on.", "Collected item 1.", "Collect mode cancelled.",
                                         "Collect mode off; nothing was collected."}));
-}
-
-TEST_F(AppStateTest, APauseSavedByAnotherProgramPausesTheRunningCapture) {
-    make();
-    state->start();
-    loop.runUntilIdle();
-    defaults.set(captureKeys::isPaused, PlistValue(true));  // as the settings file tells of it
-    loop.runUntilIdle();
-    EXPECT_EQ(pauseState(), "paused, monitor paused, saved paused");
-    copy("not captured");
-    EXPECT_TRUE(libraryClips().empty());
-    defaults.set(captureKeys::isPaused, PlistValue(false));
-    loop.runUntilIdle();
-    EXPECT_EQ(pauseState(), "running");
 }
 
 // A paste the session won't let us press: the HUD, then the alert, one at a time; its first button

@@ -13,10 +13,6 @@ namespace {
 
 using ::testing::ElementsAre;
 
-std::unique_ptr<ModelContainer> inMemoryStore() {
-    return *ModelContainer::openInMemory();
-}
-
 class ClipCaptureServiceTest : public ::testing::Test {
 protected:
     TemporaryFolder folder;
@@ -33,7 +29,7 @@ protected:
     std::unique_ptr<ClipCaptureService> capture;
 
     void make() {
-        store = std::make_unique<ClipStore>(loop, TamarindStores{inMemoryStore(), nullptr, false},
+        store = std::make_unique<ClipStore>(loop, TamarindStores{*ModelContainer::openInMemory(), nullptr, false},
                                             BlobStore(folder.path() / "blobs"), "TEST",
                                             IngestPolicy{&rulesInForce, &secrets});
         preferences = std::make_unique<CapturePreferences>(defaults, loop);

@@ -318,16 +318,6 @@ std::vector<Uuid> ids(const std::vector<Clip>& clips) {
     return result;
 }
 
-const char* name(ClipSortOrder sort) {
-    switch (sort) {
-    case ClipSortOrder::newest: return "newest";
-    case ClipSortOrder::oldest: return "oldest";
-    case ClipSortOrder::mostUsed: return "mostUsed";
-    case ClipSortOrder::largest: return "largest";
-    }
-    return "?";
-}
-
 class ClipStoreQuerySearchTest : public ClipStoreQueryTest, public ::testing::WithParamInterface<bool> {};
 
 TEST_P(ClipStoreQuerySearchTest, PagesAndCountsEqualThePlainContainmentTest) {
@@ -419,7 +409,8 @@ TEST_P(ClipStoreQuerySearchTest, PagesAndCountsEqualThePlainContainmentTest) {
                     if (query.collectionID) std::erase_if(want, [&](const Clip& c) { return !isMember(c); });
                     EXPECT_EQ(ids(store.fetchPage(static_cast<int>(page), query, sort, static_cast<int>(pageSize))),
                               ids(want))
-                        << '"' << query.text << "\" " << name(sort) << " page " << page << " of " << pageSize
+                        << '"' << query.text << "\" sort " << static_cast<int>(sort) << " page " << page << " of "
+                        << pageSize
                         << " (query " << &query - queries.data() << ")";
                 }
             }

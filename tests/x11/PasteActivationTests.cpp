@@ -16,13 +16,11 @@
 namespace tamarind {
 namespace {
 
-class PasteActivationTest : public ::testing::Test {
+class PasteActivationTest : public X11Test {
 protected:
     void SetUp() override {
-        if (!session_.isRunning()) GTEST_SKIP() << session_.problem();
-        auto opened = openX11Retrying(loop_, session_.display());
-        ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Connection>>(opened)) << std::get<std::string>(opened);
-        x11_ = std::move(std::get<std::unique_ptr<X11Connection>>(opened));
+        X11Test::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
         clipboard_ = std::move(std::get<std::unique_ptr<X11Clipboard>>(X11Clipboard::create(loop_, *x11_)));
         sender_ = std::move(std::get<std::unique_ptr<X11KeySender>>(X11KeySender::create(loop_, *x11_)));
         workspace_ = std::make_unique<X11Workspace>(*x11_);
@@ -30,8 +28,6 @@ protected:
             loop_, PlatformForPaste{*clipboard_, *workspace_, nullptr, sender_.get()}, BlobStore(home_.path()),
             preferences_);
     }
-
-    bool runUntil(const std::function<bool()>& done) { return runLoopUntil(loop_, done); }
 
     bool isInFront(const std::string& windowClass) {
         auto frontmost = workspace_->frontmostApplication();
@@ -65,12 +61,9 @@ protected:
         EXPECT_TRUE(isInFront("gedit"));
     }
 
-    X11Session session_;
     TemporaryFolder home_;
-    PollMainLoop loop_;
     InMemoryDefaults defaults_;
     CapturePreferences preferences_{defaults_, loop_};
-    std::unique_ptr<X11Connection> x11_;
     std::unique_ptr<X11Clipboard> clipboard_;
     std::unique_ptr<X11KeySender> sender_;
     std::unique_ptr<X11Workspace> workspace_;

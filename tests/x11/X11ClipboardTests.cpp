@@ -16,22 +16,15 @@
 namespace tamarind {
 namespace {
 
-class X11ClipboardTest : public ::testing::Test {
+class X11ClipboardTest : public X11Test {
 protected:
     void SetUp() override {
-        if (!session_.isRunning()) GTEST_SKIP() << session_.problem();
         if (!X11Session::hasProgram("xclip")) GTEST_SKIP() << "xclip is not installed (scripts/setup installs it)";
-        auto opened = openX11Retrying(loop_, session_.display());
-        ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Connection>>(opened)) << std::get<std::string>(opened);
-        x11_ = std::move(std::get<std::unique_ptr<X11Connection>>(opened));
+        X11Test::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
         auto created = X11Clipboard::create(loop_, *x11_, &converter_);
         ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Clipboard>>(created));
         clipboard_ = std::move(std::get<std::unique_ptr<X11Clipboard>>(created));
-    }
-
-    // Runs the loop until `done` holds, for at most `seconds`; whether it came to hold.
-    bool runUntil(const std::function<bool()>& done, double seconds = 5) {
-        return runLoopUntil(loop_, done, seconds);
     }
 
     // Waits for the owner change the copy makes, then reads the clipboard.
@@ -67,11 +60,8 @@ protected:
         return *app_;
     }
 
-    X11Session session_;
     TemporaryFolder folder_;
-    PollMainLoop loop_;
     ThreadWorker converter_;
-    std::unique_ptr<X11Connection> x11_;
     std::unique_ptr<X11Clipboard> clipboard_;
     InMemoryDefaults defaults_;
     std::unique_ptr<X11Workspace> workspace_;

@@ -48,6 +48,22 @@ inline bool runLoopUntil(PollMainLoop& loop, const std::function<bool()>& done, 
     return done();
 }
 
+// A connection of our own to a private Xvfb, and a real loop to run it on.
+class X11Test : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!session_.isRunning()) GTEST_SKIP() << session_.problem();
+        auto opened = openX11Retrying(loop_, session_.display());
+        ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Connection>>(opened)) << std::get<std::string>(opened);
+        x11_ = std::move(std::get<std::unique_ptr<X11Connection>>(opened));
+    }
+    bool runUntil(const std::function<bool()>& done, double seconds = 5) { return runLoopUntil(loop_, done, seconds); }
+
+    X11Session session_;
+    PollMainLoop loop_;
+    std::unique_ptr<X11Connection> x11_;
+};
+
 // Another X client: it types through XTest and can grab keys of its own.
 class OtherClient {
 public:

@@ -19,15 +19,13 @@ const Shortcut kSuperCtrl1 = Shortcut::withFlags(kKey1, ModifierFlag::command | 
 const Shortcut kSuperCtrl2 = Shortcut::withFlags(kKey2, ModifierFlag::command | ModifierFlag::control);
 const Shortcut kSuperCtrl3 = Shortcut::withFlags(kKey3, ModifierFlag::command | ModifierFlag::control);
 
-class X11HotKeysTest : public ::testing::Test {
+class X11HotKeysTest : public X11Test {
 protected:
     static constexpr uint16_t kSuperCtrl = XCB_MOD_MASK_4 | XCB_MOD_MASK_CONTROL;
 
     void SetUp() override {
-        if (!session_.isRunning()) GTEST_SKIP() << session_.problem();
-        auto opened = openX11Retrying(loop_, session_.display());
-        ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Connection>>(opened)) << std::get<std::string>(opened);
-        x11_ = std::move(std::get<std::unique_ptr<X11Connection>>(opened));
+        X11Test::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
         hotKeys_ = std::make_unique<X11HotKeys>(loop_, *x11_);
         other_ = std::make_unique<OtherClient>(session_.display());
         // The control hotkey.
@@ -41,11 +39,6 @@ protected:
         hotKeys_.reset();
         other_.reset();
         x11_.reset();
-    }
-
-    // Runs the loop until `done` holds, for at most `seconds`; whether it came to hold.
-    bool runUntil(const std::function<bool()>& done, double seconds = 5) {
-        return runLoopUntil(loop_, done, seconds);
     }
 
     // Returns once the server has handled every request we sent, our ungrabs among them: another
@@ -72,9 +65,6 @@ protected:
         return hotKeys_->registerHotKey(1, kSuperCtrl1, [this] { fired_ += "one "; });
     }
 
-    X11Session session_;
-    PollMainLoop loop_;
-    std::unique_ptr<X11Connection> x11_;
     std::unique_ptr<X11HotKeys> hotKeys_;
     std::unique_ptr<OtherClient> other_;
     std::string fired_;

@@ -93,15 +93,8 @@ TEST_F(DesktopEntryIndexTest, AFolderMadeAfterTheStartIsReadAndWatched) {
     expectEventually(index, "org.example.Chess=Chess");
 }
 
-class X11WorkspaceTest : public ::testing::Test {
+class X11WorkspaceTest : public X11Test {
 protected:
-    void SetUp() override {
-        if (!session_.isRunning()) GTEST_SKIP() << session_.problem();
-        auto opened = openX11Retrying(loop_, session_.display());
-        ASSERT_TRUE(std::holds_alternative<std::unique_ptr<X11Connection>>(opened)) << std::get<std::string>(opened);
-        x11_ = std::move(std::get<std::unique_ptr<X11Connection>>(opened));
-    }
-
     // Our clipboard owner, whose window becomes the active one with this class.
     void activateWindowOfClass(const std::string& windowClass) {
         std::ofstream(folder_.path() / "text") << "x";
@@ -109,10 +102,7 @@ protected:
                        {"--class", windowClass, "UTF8_STRING=" + (folder_.path() / "text").string()}, "ready");
     }
 
-    X11Session session_;
     TemporaryFolder folder_;
-    PollMainLoop loop_;
-    std::unique_ptr<X11Connection> x11_;
 };
 
 TEST_F(X11WorkspaceTest, TheActiveWindowIsNamedByItsClassUntilTheDesktopFilesAreRead) {
@@ -133,13 +123,13 @@ TEST_F(X11WorkspaceTest, TheActiveWindowIsNamedByItsClassUntilTheDesktopFilesAre
     EXPECT_EQ(beforeReading->name, "ExampleEditor");
 
     EXPECT_EQ(worker.runAll(), 1u);
-    ASSERT_TRUE(runLoopUntil(loop_, [&] { return index.isReady(); }));
+    ASSERT_TRUE(runUntil([&] { return index.isReady(); }));
     auto afterReading = workspace.frontmostApplication();
     ASSERT_TRUE(afterReading);
     EXPECT_EQ(afterReading->bundleID, "org.example.Editor");
     EXPECT_EQ(afterReading->name, "Example Editor");
     EXPECT_EQ(afterReading->window, beforeReading->window);
-    EXPECT_TRUE(runLoopUntil(loop_, [&] { return activations == 1; })) << "the change of active window is told";
+    EXPECT_TRUE(runUntil([&] { return activations == 1; })) << "the change of active window is told";
 }
 
 }  // namespace

@@ -141,6 +141,7 @@ void runImport(CliContext& context, const std::string& path) {
     Progress progress(context, totalBytes);
     const Date importedAt = context.now();
     store.setDefersSaves(true);
+    store.setFindsRepeatsInWholeLibrary(true);
     std::string text;
     while (std::getline(input, text)) {
         ++lines;

@@ -277,7 +277,14 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
     }
 
     std::string hash = prepared ? prepared->hash : contentHash(snapshot, kind);
-    if (recentHashes_.contains(hash)) {
+    // Not knowing whether the copy is a repeat, storing it could make a duplicate.
+    auto uncertain = [&](const std::string& error) {
+        log_.error("Skipped capture: the duplicate check failed: %{public}s", error);
+        return IngestResult::rejected(CaptureRejection::storeFailure(error));
+    };
+    Result<bool> mayRepeat = mayBeRepeat(hash);
+    if (!mayRepeat) return uncertain(mayRepeat.error());
+    if (*mayRepeat) {
         std::optional<Clip> newest;
         ModelContainer* home = nullptr;
         for (ModelContainer* container : {main_.get(), vault_.get()}) {
@@ -286,11 +293,7 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
                                                     .parameters = {hash},
                                                     .orderBy = "createdAt DESC",
                                                     .limit = 1});
-            // Not knowing whether the copy is a repeat, storing it could make a duplicate.
-            if (!found) {
-                log_.error("Skipped capture: the duplicate check failed: %{public}s", found.error());
-                return IngestResult::rejected(CaptureRejection::storeFailure(found.error()));
-            }
+            if (!found) return uncertain(found.error());
             if (!found->empty() && (!newest || found->front().createdAt > newest->createdAt)) {
                 newest = std::move(found->front());
                 home = container;
@@ -346,6 +349,17 @@ std::optional<Uuid> ClipStore::insertMultiClip(const std::string& joinedText, Da
     if (!insert(std::move(clip), {})) return std::nullopt;
     log_.log("Captured %{public}s clip from %{public}s%{public}s.", "multiClip", "collect mode", "");
     return id;
+}
+
+Result<bool> ClipStore::mayBeRepeat(const std::string& hash) {
+    if (recentHashes_.contains(hash)) return true;
+    if (!findsRepeatsInWholeLibrary_) return false;
+    for (ModelContainer* container : {main_.get(), vault_.get()}) {
+        if (!container) continue;
+        Result<bool> has = container->hasLiveClipWithHash(hash);
+        if (!has || *has) return has;
+    }
+    return false;
 }
 
 void ClipStore::promote(Clip clip, ModelContainer& container, Date at) {

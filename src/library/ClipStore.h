@@ -231,6 +231,10 @@ public:
 
     // Commits the stores that have changes, then raises revision and refreshes totalCount.
     void save();
+    // While set, the ingest looks for a repeat among every live clip, through the hash index, and
+    // not only among the recent ones: an import run again after it was stopped adds only what is
+    // missing. A copy keeps the recent window.
+    void setFindsRepeatsInWholeLibrary(bool finds) { findsRepeatsInWholeLibrary_ = finds; }
     // While saves are deferred, save() commits nothing and the changes pile up in one transaction
     // (reads see them); for a bulk import. Ending it saves.
     void setDefersSaves(bool defers);
@@ -255,6 +259,9 @@ private:
     // Once per store: clips stamped with an earlier build's placeholder get this machine's id.
     void attributePlaceholderOrigins(const std::string& machineID);
     void promote(Clip clip, ModelContainer& container, Date at);
+    // Whether the duplicate test must look for a clip with this hash: it is in the recent window,
+    // or, while repeats are looked for in the whole library, some store has it.
+    Result<bool> mayBeRepeat(const std::string& hash);
     // What the image worker made ahead of an ingest: the content hash, and the blob it wrote
     // (none when the write failed; the ingest then writes it itself).
     struct PreparedImage {
@@ -306,6 +313,7 @@ private:
     CaptureLimits captureLimits_;
     bool lastInsertMatchedRule_ = false;
     bool defersSaves_ = false;
+    bool findsRepeatsInWholeLibrary_ = false;
     Observable<long long> revision_;
     Observable<long long> totalCount_;
     TaskHandle outsideChangesTimer_;

@@ -876,6 +876,14 @@ Result<long long> ModelContainer::dataVersion() {
     return guarded([&]() -> long long { return database_->execAndGet("PRAGMA data_version").getInt64(); });
 }
 
+Result<bool> ModelContainer::hasLiveClipWithHash(const std::string& hash) {
+    return guarded([&] {
+        auto query = prepared("SELECT 1 FROM clip WHERE contentHash = ? AND deletedAt IS NULL LIMIT 1");
+        query->bind(1, hash);
+        return query->executeStep();
+    });
+}
+
 Result<std::vector<Clip>> ModelContainer::clipsWithoutThumbnail(long long newest) {
     return fetch(ClipFetch{
         .where = "pk IN (SELECT pk FROM clip ORDER BY createdAt DESC LIMIT " + std::to_string(newest) +

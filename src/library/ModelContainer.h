@@ -76,6 +76,8 @@ public:
     Status updateUsage(const Clip& clip);
     // Writes only the thumbnail, made after the clip was stored. An unknown id does nothing.
     Status updateThumbnail(const Uuid& id, const Data& thumbnail);
+    // Whether a live clip has this content hash: one probe of the hash index.
+    Result<bool> hasLiveClipWithHash(const std::string& hash);
     // Live image clips with a blob and no thumbnail among the `newest` clips, newest first. Only the
     // newest are looked at, so that a big library is not scanned.
     Result<std::vector<Clip>> clipsWithoutThumbnail(long long newest);

@@ -534,6 +534,14 @@ TEST_F(TamarindCli, ImportedDatesNeverMoveAClipBack) {
     ok({"settings", "set", "capture.maximumAgeInDays", "30"});
     EXPECT_EQ(ok({"retention"}), "removed 0 clips\n");
     EXPECT_EQ(total(), 2);
+
+    // Run again, as after an interrupted run, an import adds only what is missing: a repeat is
+    // found among every clip, not only the recent ones a copy is checked against.
+    std::string many;
+    for (int line = 0; line < 300; ++line) many += R"({"text": "line )" + std::to_string(line) + "\"}\n";
+    EXPECT_EQ(ok({"import", "-"}, many), "inserted 300, deduplicated 0, rejected 0, unreadable 0\n");
+    EXPECT_EQ(ok({"import", "-"}, many), "inserted 0, deduplicated 300, rejected 0, unreadable 0\n");
+    EXPECT_EQ(total(), 302);
 }
 
 // --- wipe and settings ------------------------------------------------------------------------------

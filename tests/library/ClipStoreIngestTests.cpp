@@ -314,12 +314,6 @@ TEST_F(ClipStoreIngestTest, WritesFromAnotherProcessRaiseTheRevision) {
     EXPECT_TRUE(store->recentHashes().contains("theirs"));
 }
 
-}  // namespace
-}  // namespace tamarind
-
-namespace tamarind {
-namespace {
-
 class ClipStoreImageWorkerTest : public ::testing::Test {
 protected:
     TemporaryFolder folder;

@@ -14,7 +14,10 @@ std::string statusJson(AppState& state) {
                 {"capturedThisSession", state.capture().capturedThisSession().value()},
                 {"rejectedThisSession", state.capture().rejectedThisSession().value()},
                 {"isCollecting", state.collectMode().isActive().value()},
-                {"collectedItems", state.collectMode().payload().value().items.size()}};
+                {"collectedItems", state.collectMode().payload().value().items.size()},
+                {"library", libraryHealthName(state.store().health()->kind)},
+                {"waitingCopies", state.store().pendingIngestCount()}};
+    if (std::string problem = state.store().health()->message(); !problem.empty()) status["libraryProblem"] = problem;
     if (const auto& last = state.capture().lastResult().value()) {
         status["lastResult"] = last->description();
         if (last->kind != IngestResult::Kind::rejected) status["lastClipID"] = last->clipID.uuidString();

@@ -6,9 +6,16 @@ namespace tamarind {
 
 namespace {
 
+// The loop must stay free: a write waits this long for another process's to end, and then the copy
+// waits in memory and is tried again.
+constexpr std::chrono::milliseconds kAppBusyTimeout{200};
+
+// Long enough to read two sentences.
+constexpr Duration kLibraryProblemHUDDuration = std::chrono::seconds(6);
+
 TamarindStores openLibrary(const Paths& paths) {
     // Sync is not built yet: the store is the local one.
-    return openStores(paths.applicationSupport);
+    return openStores(paths.applicationSupport, StoreOptions{.busyTimeout = kAppBusyTimeout});
 }
 
 }  // namespace
@@ -92,6 +99,14 @@ void AppState::start() {
         shortcuts_->onKeyDown("collectMode", [collect = collectMode_.get()] { collect->toggle(); });
     }
     if (hud_) {
+        // Once when the library stops keeping copies as it should, and once at start when it
+        // could not be opened; the status and the log say it for as long as it lasts.
+        subscriptions_.push_back(store_->health().subscribe([hud = hud_](const LibraryHealth& health) {
+            if (health.kind == LibraryHealth::Kind::healthy) return;
+            const char* title = health.kind == LibraryHealth::Kind::waiting ? "Copies are waiting to be saved"
+                                                                             : "The library is in memory only";
+            hud->show(HUDContent{"exclamationmark.triangle", title, health.message(), true}, kLibraryProblemHUDDuration);
+        }));
         collectMode_->setOnStored([hud = hud_](long long count) {
             hud->show(HUDContent{"square.stack.3d.up.fill", collectFinishTitle(count), kCollectModeStoredDetail, false},
                       kPasteHUDDuration);

@@ -186,8 +186,8 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
     actions.togglePauseCapture = [&state] { state.togglePause(); };
     actions.toggleCollectMode = [&state] { state.collectMode().toggle(); };
     actions.quit = [] { QApplication::quit(); };
-    MenuBarController menuBar(statusItem, state.isCapturePaused(), state.collectMode().isActive(), appearance,
-                              std::move(actions));
+    MenuBarController menuBar(statusItem, state.isCapturePaused(), state.collectMode().isActive(),
+                              state.store().health(), appearance, std::move(actions));
     if (!QtStatusItem::isTrayAvailable())
         log.info("No status area on this desktop: the icon shows once one appears (a StatusNotifierItem host).");
     state.start();
@@ -200,7 +200,9 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
     running = &state;
     log.log("Login item status: %{public}s.", loginItemStatusText(state.launchAtLoginStatus().value()));
     log.log("Tamarind launched as an accessory app.");
-    log.log("It runs in the status area, without a window; the library is %{public}s.", paths.applicationSupport.string());
+    log.log("It runs in the status area, without a window; the library is %{public}s.",
+            state.store().health()->kind == LibraryHealth::Kind::inMemory ? std::string("in memory only")
+                                                                           : paths.applicationSupport.string());
     QApplication::exec();
     running = nullptr;
     log.log("Tamarind stopped.");

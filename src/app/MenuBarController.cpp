@@ -3,9 +3,14 @@
 namespace tamarind {
 
 MenuBarController::MenuBarController(StatusItem& statusItem, const Observable<bool>& isCapturePaused,
-                                     const Observable<bool>& isCollecting, AppearancePreferences& appearance,
+                                     const Observable<bool>& isCollecting,
+                                     const Observable<LibraryHealth>& libraryHealth, AppearancePreferences& appearance,
                                      Actions actions)
-    : statusItem_(statusItem), isCapturePaused_(isCapturePaused), isCollecting_(isCollecting), appearance_(appearance) {
+    : statusItem_(statusItem),
+      isCapturePaused_(isCapturePaused),
+      isCollecting_(isCollecting),
+      libraryHealth_(libraryHealth),
+      appearance_(appearance) {
     statusItem_.setMenu({
         {"Open Library", actions.openLibrary, ""},
         {"Show Shelf", actions.toggleShelf, ""},
@@ -23,6 +28,7 @@ MenuBarController::MenuBarController(StatusItem& statusItem, const Observable<bo
     auto onChange = [this](const auto&) { update(); };
     subscriptions_.push_back(isCapturePaused_.subscribe(onChange, true));
     subscriptions_.push_back(isCollecting_.subscribe(onChange, true));
+    subscriptions_.push_back(libraryHealth_.subscribe(onChange, true));
     subscriptions_.push_back(appearance_.showsMenuBarIcon().subscribe(onChange, true));
     subscriptions_.push_back(appearance_.menuBarIconStyle().subscribe(onChange, true));
     log_.log("Menu bar item installed.");
@@ -40,6 +46,8 @@ void MenuBarController::update() {
     statusItem_.setItemTitle(collectMode, isCollecting ? "Finish Collecting" : "Collect Mode");
     MenuBarIconStyle style = appearance_.menuBarIconStyle().value();
     statusItem_.setLook(style == MenuBarIconStyle::colored ? StatusIconLook::colored : StatusIconLook::monochrome);
+    std::string problem = libraryHealth_->message();
+    statusItem_.setToolTip(problem.empty() ? "Tamarind" : problem);
     statusItem_.setVisible(isIconVisible(appearance_.showsMenuBarIcon().value(), style, isPaused, isCollecting));
 }
 

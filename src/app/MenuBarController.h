@@ -10,6 +10,7 @@
 #include "appearance/AppearancePreferences.h"
 #include "foundation/Log.h"
 #include "foundation/Observable.h"
+#include "library/ClipStore.h"
 #include "platform/StatusItem.h"
 
 namespace tamarind {
@@ -41,8 +42,10 @@ public:
         quit = 10,
     };
 
+    // A library that doesn't keep copies as it should is said in the icon's tool tip.
     MenuBarController(StatusItem& statusItem, const Observable<bool>& isCapturePaused,
-                      const Observable<bool>& isCollecting, AppearancePreferences& appearance, Actions actions);
+                      const Observable<bool>& isCollecting, const Observable<LibraryHealth>& libraryHealth,
+                      AppearancePreferences& appearance, Actions actions);
 
     // Whether the icon should show: the setting, and for "hidden when idle" a reason to be seen.
     static bool isIconVisible(bool showsMenuBarIcon, MenuBarIconStyle style, bool isCapturePaused, bool isCollecting);
@@ -53,6 +56,7 @@ private:
     StatusItem& statusItem_;
     const Observable<bool>& isCapturePaused_;
     const Observable<bool>& isCollecting_;
+    const Observable<LibraryHealth>& libraryHealth_;
     AppearancePreferences& appearance_;
     std::vector<Subscription> subscriptions_;
     Log log_{"app"};

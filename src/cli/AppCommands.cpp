@@ -29,6 +29,9 @@ void printStatus(CliContext& context, bool json) {
     if (status.contains("lastResult")) context.out() << "last copy    " << status.value("lastResult", "") << "\n";
     if (status.value("isCollecting", false))
         context.out() << "collecting   " << status.value("collectedItems", 0LL) << " items so far\n";
+    if (status.contains("libraryProblem"))
+        context.out() << "library      " << status.value("libraryProblem", "") << " ("
+                      << status.value("waitingCopies", 0LL) << " copies waiting)\n";
 }
 
 }  // namespace

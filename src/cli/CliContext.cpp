@@ -13,6 +13,9 @@ namespace {
 // How many matches an ambiguous prefix lists.
 constexpr int kListedAmbiguousMatches = 5;
 
+// A command has no loop to keep free: it waits out another process's write rather than fail.
+constexpr std::chrono::milliseconds kCommandBusyTimeout = std::chrono::seconds(30);
+
 bool isIDCharacter(char c) { return std::isxdigit(static_cast<unsigned char>(c)) || c == '-'; }
 
 // What the ingest runs, read without making a SmartRuleStore: on a first run that seeds the
@@ -57,7 +60,7 @@ ClipStore& CliContext::store() {
     if (store_) return *store_;
     if (auto error = paths_.createFolders())
         refuse("cannot create the library folder " + paths_.applicationSupport.string() + ": " + error->message);
-    TamarindStores stores = openStores(paths_.applicationSupport);
+    TamarindStores stores = openStores(paths_.applicationSupport, StoreOptions{.busyTimeout = kCommandBusyTimeout});
     if (stores.main->isInMemory())
         refuse("cannot open the library at " + (paths_.applicationSupport / kMainStoreFilename).string() +
                " (see the line above); the file was left as it is. `tamarind doctor` tells more.");

@@ -14,23 +14,28 @@ namespace {
 Log storeLog() { return Log("library"); }
 
 // The store files and the folders beside them; a folder that can't be made fails the open.
-Result<std::unique_ptr<ModelContainer>> openFile(const std::filesystem::path& root, const char* filename) {
+Result<std::unique_ptr<ModelContainer>> openFile(const std::filesystem::path& root, const char* filename,
+                                                 std::chrono::milliseconds busyTimeout) {
     for (const auto& folder : {root, root / "blobs", root / "icons", root / "favicons"})
         if (auto error = createPrivateDirectories(folder)) return Failure{error->message};
-    return ModelContainer::open(root / filename);
+    return ModelContainer::open(root / filename, busyTimeout);
 }
 
-}  // namespace
+bool isStoreFailure(const IngestResult& result) {
+    return result.kind == IngestResult::Kind::rejected &&
+           result.rejection.kind == CaptureRejection::Kind::storeFailure;
+}
 
-TamarindStores openStores(const std::filesystem::path& applicationSupport, StoreOptions options) {
+TamarindStores openWithFallBacks(const std::filesystem::path& applicationSupport, const StoreOptions& options) {
     Log log = storeLog();
     auto open = [&](const char* filename) {
-        return options.inMemory ? ModelContainer::openInMemory() : openFile(applicationSupport, filename);
+        return options.inMemory ? ModelContainer::openInMemory()
+                                : openFile(applicationSupport, filename, options.busyTimeout);
     };
     auto lastResort = [&](const std::string& why) {
         log.fault("Could not open the store%s: %{public}s", "", why);
         log.log("Falling back to an in-memory store: %{public}s", why);
-        return TamarindStores{std::move(*ModelContainer::openInMemory()), nullptr, false};
+        return TamarindStores{std::move(*ModelContainer::openInMemory()), nullptr, false, why};
     };
 
     if (options.syncEnabled && !options.canSync)
@@ -58,6 +63,37 @@ TamarindStores openStores(const std::filesystem::path& applicationSupport, Store
     auto main = open(kMainStoreFilename);
     if (main) return TamarindStores{std::move(*main), nullptr, false};
     return lastResort(main.error());
+}
+
+}  // namespace
+
+TamarindStores openStores(const std::filesystem::path& applicationSupport, StoreOptions options) {
+    TamarindStores stores = openWithFallBacks(applicationSupport, options);
+    stores.folder = applicationSupport;
+    stores.options = options;
+    return stores;
+}
+
+const char* libraryHealthName(LibraryHealth::Kind kind) {
+    switch (kind) {
+    case LibraryHealth::Kind::healthy: return "healthy";
+    case LibraryHealth::Kind::waiting: return "waiting";
+    case LibraryHealth::Kind::inMemory: return "inMemory";
+    }
+    return "healthy";
+}
+
+std::string LibraryHealth::message() const {
+    switch (kind) {
+    case Kind::healthy: return "";
+    case Kind::waiting:
+        return "Tamarind can't save to its library right now (" + reason +
+               "). New copies are kept in memory and saved as soon as it can.";
+    case Kind::inMemory:
+        return "Tamarind couldn't open its library (" + reason +
+               "). This session's clips are kept in memory only and are gone when it quits.";
+    }
+    return "";
 }
 
 std::string CaptureRejection::description() const {
@@ -89,8 +125,12 @@ ClipStore::ClipStore(MainLoop& loop, TamarindStores stores, BlobStore blobStore,
       builder_(std::move(blobStore), std::move(originDeviceID)),
       policy_(policy),
       imageWorker_(imageWorker),
+      folder_(std::move(stores.folder)),
+      options_(stores.options),
       revision_(loop, 0),
-      totalCount_(loop, 0) {
+      totalCount_(loop, 0),
+      health_(loop, stores.inMemoryBecause ? LibraryHealth{LibraryHealth::Kind::inMemory, *stores.inMemoryBecause}
+                                           : LibraryHealth{}) {
     attributePlaceholderOrigins(builder_.originDeviceID());
     // Where copies arrive on a loop that must stay free, the hash's provider is loaded now: the
     // first copy would otherwise wait a few milliseconds for it.
@@ -112,10 +152,12 @@ ClipStore::~ClipStore() {
     lifetime_.end();
     // One whose worker part is still running is ingested without it; that blob is left to the
     // orphan sweep.
+    long long unsaved = 0;
     for (PendingIngest& pending : pendingIngests_) {
         if (pending.isPreparing) pending.prepared.reset();
-        (void)ingestPending(pending);
+        if (isStoreFailure(ingestPending(pending))) ++unsaved;
     }
+    if (unsaved > 0) log_.error("Quitting with %{public}ld copies the library could not take.", unsaved);
 }
 
 void ClipStore::attributePlaceholderOrigins(const std::string& machineID) {
@@ -161,18 +203,16 @@ long long ClipStore::liveClipCount() {
 }
 
 void ClipStore::fillRecentHashes() {
-    std::vector<Clip> recent;
+    // With a vault, the two stores' newest together: the window holds what fits, the newest last.
+    std::vector<std::pair<Date, std::string>> recent;
     for (ModelContainer* container : {main_.get(), vault_.get()}) {
         if (!container) continue;
-        auto clips = readOr(container->fetch(ClipFetch{.where = "deletedAt IS NULL",
-                                                       .orderBy = "createdAt DESC",
-                                                       .limit = static_cast<long long>(kRecentHashCapacity)}),
-                            "Reading recent clips", std::vector<Clip>{});
+        auto clips = readOr(container->recentClipHashes(static_cast<long long>(kRecentHashCapacity)),
+                            "Reading recent clips", std::vector<std::pair<Date, std::string>>{});
         recent.insert(recent.end(), std::make_move_iterator(clips.begin()), std::make_move_iterator(clips.end()));
     }
-    std::stable_sort(recent.begin(), recent.end(),
-                     [](const Clip& a, const Clip& b) { return a.createdAt < b.createdAt; });
-    for (const Clip& clip : recent) recentHashes_.record(clip.contentHash);
+    std::stable_sort(recent.begin(), recent.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (const auto& [createdAt, hash] : recent) recentHashes_.record(hash);
 }
 
 std::optional<CaptureRejection> ClipStore::captureRejection(const PasteboardSnapshot& snapshot,
@@ -202,13 +242,21 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
 
 void ClipStore::submit(PasteboardSnapshot snapshot, std::set<std::string> excludedBundleIDs,
                        std::function<void(const IngestResult&)> then) {
+    if (pendingIngests_.size() >= kMaximumWaitingCopies) {
+        log_.error("Skipped capture: %{public}ld copies are already waiting for the library.",
+                   static_cast<long long>(pendingIngests_.size()));
+        if (then) then(IngestResult::rejected(CaptureRejection::storeFailure(health_->reason)));
+        return;
+    }
     PendingIngest& pending = pendingIngests_.emplace_back();
     pending.sequence = nextIngestSequence_++;
     pending.snapshot = std::make_shared<const PasteboardSnapshot>(std::move(snapshot));
     pending.excludedBundleIDs = std::move(excludedBundleIDs);
     pending.then = std::move(then);
     prepareOnWorker(pending);
-    drainPendingIngests();
+    // While the store can't take copies, the retry tries it; each copy trying it too would stall
+    // the loop for the busy time-out every time.
+    if (!retryTimer_.isPending()) drainPendingIngests();
 }
 
 void ClipStore::prepareOnWorker(PendingIngest& pending) {
@@ -248,9 +296,23 @@ void ClipStore::drainPendingIngests() {
     if (isDraining_) return;
     isDraining_ = true;
     while (!pendingIngests_.empty() && !pendingIngests_.front().isPreparing) {
+        IngestResult result = ingestPending(pendingIngests_.front());
+        if (isStoreFailure(result)) {
+            // Kept at the head, in order: nothing behind it goes first.
+            if (health_->kind != LibraryHealth::Kind::waiting) {
+                log_.error("The library can't take copies now; they wait in memory: %{public}s",
+                           result.rejection.payload);
+                setHealth(LibraryHealth{LibraryHealth::Kind::waiting, result.rejection.payload});
+            }
+            retryTimer_ = loop_.postDelayed(kStoreRetryInterval, [this] { drainPendingIngests(); });
+            break;
+        }
         PendingIngest next = std::move(pendingIngests_.front());
         pendingIngests_.pop_front();
-        IngestResult result = ingestPending(next);
+        if (health_->kind == LibraryHealth::Kind::waiting) {
+            log_.log("The library takes copies again.");
+            setHealth(LibraryHealth{});
+        }
         if (next.then) next.then(result);
     }
     isDraining_ = false;
@@ -258,9 +320,33 @@ void ClipStore::drainPendingIngests() {
 
 IngestResult ClipStore::ingestPending(const PendingIngest& pending) {
     IngestResult result = ingest(*pending.snapshot, pending.excludedBundleIDs, pending.prepared);
-    if (result.kind != IngestResult::Kind::inserted && pending.prepared && pending.prepared->blobFilename)
+    if (result.kind != IngestResult::Kind::inserted && !isStoreFailure(result) && pending.prepared &&
+        pending.prepared->blobFilename)
         blobStore_.remove(pending.prepared->blobFilename.value());
     return result;
+}
+
+void ClipStore::setHealth(LibraryHealth health) {
+    if (health != health_.value()) health_.set(std::move(health));
+}
+
+bool ClipStore::reopenIfGone() {
+    bool isGone = main_->isFileGone() || (vault_ && vault_->isFileGone());
+    if (!isGone) return false;
+    log_.error("The library's store file at %{public}s was removed or replaced; opening the one there now.",
+               main_->file()->string());
+    TamarindStores stores = openStores(folder_, options_);
+    main_ = std::move(stores.main);
+    vault_ = std::move(stores.vault);
+    isSyncing_ = stores.isSyncing;
+    if (stores.inMemoryBecause) setHealth(LibraryHealth{LibraryHealth::Kind::inMemory, *stores.inMemoryBecause});
+    recentHashes_.clear();
+    fillRecentHashes();
+    mainDataVersion_ = readOr(main_->dataVersion(), "Reading the store's version", 0LL);
+    if (vault_) vaultDataVersion_ = readOr(vault_->dataVersion(), "Reading the store's version", 0LL);
+    revision_.set(revision_.value() + 1);
+    totalCount_.set(liveClipCount());
+    return true;
 }
 
 IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::set<std::string>& excludedBundleIDs,
@@ -276,6 +362,7 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
         return IngestResult::rejected(CaptureRejection::empty());
     }
 
+    reopenIfGone();
     std::string hash = prepared ? prepared->hash : contentHash(snapshot, kind);
     // Not knowing whether the copy is a repeat, storing it could make a duplicate.
     auto uncertain = [&](const std::string& error) {
@@ -322,9 +409,12 @@ IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::se
     }
 
     bool thumbnailLater = imageWorker_ && snapshot.imageData;
+    // A blob made ahead into a folder removed since is written again.
+    std::optional<std::string> writtenBlob = prepared ? prepared->blobFilename : std::nullopt;
+    if (writtenBlob && !std::filesystem::exists(blobStore_.url(*writtenBlob))) writtenBlob.reset();
     Clip clip = builder_.build(snapshot, kind, hash, isSensitive,
                                thumbnailLater ? ClipBuilder::Thumbnail::later : ClipBuilder::Thumbnail::now,
-                               prepared ? prepared->blobFilename : std::nullopt);
+                               writtenBlob);
     if (outcome.markFavorite) clip.isFavorite = true;
     lastInsertMatchedRule_ = outcome.matchedAnyRule;
     Uuid id = clip.id;
@@ -413,9 +503,14 @@ Status ClipStore::insert(Clip clip, const std::vector<Uuid>& collectionIDs) {
         return status;
     }, wrote);
     if (!inserted) return inserted;
-    recentHashes_.record(clip.contentHash);
     // A clip is kept once it is committed; with saves deferred, once the import's save commits it.
-    return commit();
+    // One that isn't is taken back whole, so that trying the copy again can't store it twice.
+    if (Status committed = commit(); !committed) {
+        container.discardChanges();
+        return committed;
+    }
+    recentHashes_.record(clip.contentHash);
+    return Status();
 }
 
 void ClipStore::setDefersSaves(bool defers) {
@@ -444,6 +539,7 @@ Status ClipStore::commit() {
 }
 
 void ClipStore::checkForOutsideChanges() {
+    if (reopenIfGone()) return;
     long long mainVersion = readOr(main_->dataVersion(), "Reading the store's version", mainDataVersion_);
     long long vaultVersion = vault_ ? readOr(vault_->dataVersion(), "Reading the store's version", vaultDataVersion_) : 0;
     if (mainVersion == mainDataVersion_ && vaultVersion == vaultDataVersion_) return;

@@ -8,6 +8,7 @@
 // logged and the change stays pending. Persistence errors never leave the class.
 
 #include <array>
+#include <chrono>
 #include <deque>
 #include <filesystem>
 #include <functional>
@@ -84,13 +85,6 @@ struct IngestResult {
 
 // --- stores ---------------------------------------------------------------------------------------
 
-// The main store, the vault while syncing, and whether this launch syncs.
-struct TamarindStores {
-    std::unique_ptr<ModelContainer> main;
-    std::unique_ptr<ModelContainer> vault;
-    bool isSyncing = false;
-};
-
 inline constexpr const char* kMainStoreFilename = "Tamarind.store";
 inline constexpr const char* kVaultStoreFilename = "Tamarind-Local.store";
 
@@ -98,12 +92,50 @@ struct StoreOptions {
     bool syncEnabled = false;  // the user's setting
     bool inMemory = false;     // no files at all (previews, tests)
     bool canSync = false;      // this build can sync (a sync folder is configured)
+    // How long a write waits for another process's to end before it fails (see ModelContainer::open).
+    std::chrono::milliseconds busyTimeout = ModelContainer::kDefaultBusyTimeout;
+};
+
+// The main store, the vault while syncing, and whether this launch syncs; with where and how they
+// were opened, so that they can be opened again.
+struct TamarindStores {
+    std::unique_ptr<ModelContainer> main;
+    std::unique_ptr<ModelContainer> vault;
+    bool isSyncing = false;
+    // Set when no store file could be opened and the main store is the in-memory last resort.
+    std::optional<std::string> inMemoryBecause;
+    std::filesystem::path folder;
+    StoreOptions options;
 };
 
 // Opens the stores in `applicationSupport` (creating it, blobs/, icons/ and
 // favicons/ first) with every fall-back: never fails, ending in an in-memory
 // store at worst.
 TamarindStores openStores(const std::filesystem::path& applicationSupport, StoreOptions options = {});
+
+// Whether the library keeps what it is given, for the user to be told when it doesn't.
+struct LibraryHealth {
+    enum class Kind {
+        healthy,
+        // The store can't take copies now (another program holds its lock, the disk is full):
+        // they wait in memory, in order, and are stored as soon as it can take them.
+        waiting,
+        // No store file could be opened: this session's clips are kept in memory only.
+        inMemory,
+    };
+    Kind kind = Kind::healthy;
+    std::string reason;  // what the store or the system said
+
+    // What the user is told, or "" when healthy.
+    std::string message() const;
+    friend bool operator==(const LibraryHealth&, const LibraryHealth&) = default;
+};
+// "healthy", "waiting", "inMemory": the status's words.
+const char* libraryHealthName(LibraryHealth::Kind kind);
+
+inline constexpr Duration kStoreRetryInterval = std::chrono::seconds(1);
+// Copies held while the store can't take them; past this, a copy is refused (and logged).
+inline constexpr std::size_t kMaximumWaitingCopies = 1000;
 
 // --- queries --------------------------------------------------------------------------------------
 
@@ -155,6 +187,7 @@ public:
     ClipStore& operator=(const ClipStore&) = delete;
 
     const Observable<long long>& revision() const { return revision_; }
+    const Observable<LibraryHealth>& health() const { return health_; }
     const Observable<long long>& totalCount() const { return totalCount_; }
     bool hasVault() const { return vault_ != nullptr; }
     bool isSyncing() const { return isSyncing_; }
@@ -177,6 +210,11 @@ public:
     // the loop only decides and inserts; the steps and their order are the ingest's. A copy
     // waits for those ahead of it. With no worker, or nothing queued and no image, `then` runs
     // before submit returns.
+    //
+    // A copy the store can't take (locked, full, failing) is not given up: health() turns to
+    // waiting, the copy and those behind it wait in memory, and the store is tried again every
+    // kStoreRetryInterval; `then` hears of each once it is stored. Past kMaximumWaitingCopies a
+    // new copy is refused with a storeFailure.
     void submit(PasteboardSnapshot snapshot, std::set<std::string> excludedBundleIDs,
                 std::function<void(const IngestResult&)> then);
     // Copies submitted and not yet ingested.
@@ -241,7 +279,9 @@ public:
     // Raises revision when another process (the command line) changed a store file.
     void checkForOutsideChanges();
     // Runs checkForOutsideChanges every `interval` on the loop while the store lives.
-    // One PRAGMA per store each time: nothing is read unless something changed.
+    // One PRAGMA and one stat per store each time: nothing is read unless something changed.
+    // A store file removed or replaced (the library folder deleted, say) is opened afresh at its
+    // path, with its folders, before anything more is written to the old one.
     void watchForOutsideChanges(Duration interval);
 
 private:
@@ -279,8 +319,12 @@ private:
     // The ingest's steps, with the hash and blob the worker made when there are some.
     IngestResult ingest(const PasteboardSnapshot& snapshot, const std::set<std::string>& excludedBundleIDs,
                         const std::optional<PreparedImage>& prepared);
-    // ingest() for a queued copy; a blob made ahead that no new clip keeps is removed.
+    // ingest() for a queued copy; a blob made ahead that no new clip keeps is removed, unless the
+    // store failed and the copy will be tried again.
     IngestResult ingestPending(const PendingIngest& pending);
+    // The store files were removed or replaced: opens them again where they were. Whether it did.
+    bool reopenIfGone();
+    void setHealth(LibraryHealth health);
     // Starts the worker's part for an image the gate and the limits let through.
     void prepareOnWorker(PendingIngest& pending);
     // Ingests the queue's head while it is ready.
@@ -309,6 +353,9 @@ private:
     std::deque<PendingIngest> pendingIngests_;
     long long nextIngestSequence_ = 0;
     bool isDraining_ = false;
+    TaskHandle retryTimer_;
+    std::filesystem::path folder_;
+    StoreOptions options_;
     std::function<void(const std::optional<std::string>&)> onIconRequest_;
     CaptureLimits captureLimits_;
     bool lastInsertMatchedRule_ = false;
@@ -316,6 +363,7 @@ private:
     bool findsRepeatsInWholeLibrary_ = false;
     Observable<long long> revision_;
     Observable<long long> totalCount_;
+    Observable<LibraryHealth> health_;
     TaskHandle outsideChangesTimer_;
     long long mainDataVersion_ = 0;
     long long vaultDataVersion_ = 0;

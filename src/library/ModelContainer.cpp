@@ -14,6 +14,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "foundation/Log.h"
+#include "foundation/Sha256.h"
 #include "foundation/Text.h"
 
 namespace tamarind {
@@ -397,42 +399,65 @@ bool dropStaleSearchIndex(SQLite::Database& database) {
     return true;
 }
 
-void configure(SQLite::Database& database) {
+void configure(SQLite::Database& database, std::chrono::milliseconds busyTimeout) {
     // First, so that no statement of this connection fails at once while another process (the
     // command line, the app) holds the write lock for a moment.
-    database.setBusyTimeout(5000);
+    database.setBusyTimeout(static_cast<int>(busyTimeout.count()));
     database.exec("PRAGMA foreign_keys = ON");
     database.exec("PRAGMA synchronous = NORMAL");
+}
+
+// The schema's statements, and the index definition within them: a store whose meta holds this
+// digest needs none of them run again.
+const std::string& schemaDigest() {
+    static const std::string digest = sha256Hex(schema());
+    return digest;
+}
+
+// The file's device and inode number.
+std::optional<std::pair<dev_t, ino_t>> identityOf(const std::filesystem::path& file) {
+    struct stat status {};
+    if (::stat(file.c_str(), &status) != 0) return std::nullopt;
+    return std::pair(status.st_dev, status.st_ino);
 }
 
 }  // namespace
 
 ModelContainer::ModelContainer(std::unique_ptr<SQLite::Database> database, std::optional<std::filesystem::path> file)
-    : database_(std::move(database)), file_(std::move(file)) {}
+    : database_(std::move(database)), file_(std::move(file)) {
+    if (file_) identity_ = identityOf(*file_);
+}
+
+bool ModelContainer::isFileGone() const { return identity_ && identityOf(*file_) != identity_; }
 
 ModelContainer::~ModelContainer() = default;
 
-Result<std::unique_ptr<ModelContainer>> ModelContainer::open(const std::filesystem::path& file) {
-    // Several processes making a new file at once can meet SQLite's "database is locked" where the
-    // busy timeout isn't consulted (switching the journal to WAL, setting up its index): tried again
-    // for as long as that timeout, since the other process is done in a moment.
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+Result<std::unique_ptr<ModelContainer>> ModelContainer::open(const std::filesystem::path& file,
+                                                             std::chrono::milliseconds busyTimeout) {
+    // A locked file is waited out rather than taken for a broken one: another process writing the
+    // schema, or several making a new file at once, where SQLite answers "database is locked"
+    // without consulting the busy timeout (switching the journal to WAL, setting up its index).
+    auto deadline = std::chrono::steady_clock::now() + kOpenLockWait;
+    bool hasSaidSo = false;
     for (;;) {
         bool isBusy = false;
-        auto result = openOnce(file, isBusy);
+        auto result = openOnce(file, busyTimeout, isBusy);
         if (!isBusy || std::chrono::steady_clock::now() > deadline) return result;
+        if (!std::exchange(hasSaidSo, true))
+            Log("library").log("The store %{public}s is locked by another program; waiting for it.", file.string());
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
 }
 
-Result<std::unique_ptr<ModelContainer>> ModelContainer::openOnce(const std::filesystem::path& file, bool& isBusy) {
+Result<std::unique_ptr<ModelContainer>> ModelContainer::openOnce(const std::filesystem::path& file,
+                                                                 std::chrono::milliseconds busyTimeout, bool& isBusy) {
     try {
         // Create the file ourselves so that it is user-only from the first byte.
         int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         if (fd < 0) return Failure{std::string("open ") + file.string() + ": " + std::strerror(errno)};
         ::close(fd);
         auto database = std::make_unique<SQLite::Database>(file, SQLite::OPEN_READWRITE);
-        configure(*database);
+        configure(*database, busyTimeout);
         // A file that is not a database fails here, before anything is written to it.
         database->exec("SELECT count(*) FROM sqlite_master");
         auto storedVersion = [&]() -> std::optional<std::string> {
@@ -449,6 +474,16 @@ Result<std::unique_ptr<ModelContainer>> ModelContainer::openOnce(const std::file
         if (isNew && database->execAndGet("SELECT count(*) FROM sqlite_master").getInt() > 0 &&
             !database->tableExists("meta"))
             return Failure{file.string() + " is a database of another program"};
+        // A current store is opened by reads alone: in WAL they never wait for a writer.
+        auto metaHas = [&](const char* key, const std::string& value) {
+            SQLite::Statement query(*database, "SELECT 1 FROM meta WHERE key = ? AND value = ?");
+            query.bind(1, key);
+            query.bind(2, value);
+            return query.executeStep();
+        };
+        if (!isNew && metaHas("schemaDigest", schemaDigest()) && metaHas("facetCounts", "1") &&
+            database->execAndGet("PRAGMA journal_mode").getString() == "wal")
+            return std::unique_ptr<ModelContainer>(new ModelContainer(std::move(database), file));
         std::string mode = database->execAndGet("PRAGMA journal_mode = WAL").getString();
         if (mode != "wal") return Failure{"could not switch " + file.string() + " to WAL (" + mode + ")"};
         // The schema's statements are idempotent: a store of this version made before a
@@ -465,6 +500,7 @@ Result<std::unique_ptr<ModelContainer>> ModelContainer::openOnce(const std::file
         if (isNew)
             database->exec(std::string("INSERT INTO meta(key, value) VALUES ('schemaVersion', '") + kSchemaVersion +
                            "')");
+        database->exec("INSERT OR REPLACE INTO meta(key, value) VALUES ('schemaDigest', '" + schemaDigest() + "')");
         transaction.commit();
         for (const char* companion : {"-wal", "-shm"}) ::chmod((file.string() + companion).c_str(), 0600);
         return std::unique_ptr<ModelContainer>(new ModelContainer(std::move(database), file));
@@ -479,7 +515,7 @@ Result<std::unique_ptr<ModelContainer>> ModelContainer::openOnce(const std::file
 Result<std::unique_ptr<ModelContainer>> ModelContainer::openInMemory() {
     try {
         auto database = std::make_unique<SQLite::Database>(":memory:", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
-        configure(*database);
+        configure(*database, kDefaultBusyTimeout);
         database->exec(schema());
         database->exec(kFacetCountsFill);
         database->exec(std::string("INSERT INTO meta(key, value) VALUES ('schemaVersion', '") + kSchemaVersion + "')");
@@ -507,6 +543,13 @@ void ModelContainer::beginChanges() {
     if (isInTransaction_) return;
     database_->exec("BEGIN IMMEDIATE");
     isInTransaction_ = true;
+}
+
+void ModelContainer::discardChanges() {
+    if (!isInTransaction_) return;
+    // A rollback fails only where there is nothing left to take back.
+    (void)guarded([&] { database_->exec("ROLLBACK"); });
+    isInTransaction_ = false;
 }
 
 long long ModelContainer::totalChanges() const { return sqlite3_total_changes64(database_->getHandle()); }
@@ -874,6 +917,19 @@ Result<long long> ModelContainer::liveClipCount() {
 
 Result<long long> ModelContainer::dataVersion() {
     return guarded([&]() -> long long { return database_->execAndGet("PRAGMA data_version").getInt64(); });
+}
+
+Result<std::vector<std::pair<Date, std::string>>> ModelContainer::recentClipHashes(long long limit) {
+    return guarded([&] {
+        auto query = prepared(
+            "SELECT createdAt, contentHash FROM clip WHERE deletedAt IS NULL ORDER BY createdAt DESC LIMIT ?");
+        query->bind(1, static_cast<std::int64_t>(limit));
+        std::vector<std::pair<Date, std::string>> clips;
+        while (query->executeStep())
+            clips.emplace_back(Date::fromReferenceSeconds(query->getColumn(0).getDouble()),
+                               query->getColumn(1).getString());
+        return clips;
+    });
 }
 
 Result<bool> ModelContainer::hasLiveClipWithHash(const std::string& hash) {

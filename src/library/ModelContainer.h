@@ -12,6 +12,9 @@
 // it. A failed commit is reported and the changes stay pending, as far as
 // SQLite keeps them (a full disk rolls the transaction back).
 
+#include <sys/types.h>
+
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <type_traits>
@@ -20,6 +23,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -51,8 +55,15 @@ public:
     using Parameters = std::vector<std::variant<std::int64_t, double, std::string>>;
 
     // Creates the file (0600) and the schema when they are new. A failure when the file can't be
-    // opened, isn't a store, or holds another schema version; the file is left as it is.
-    static Result<std::unique_ptr<ModelContainer>> open(const std::filesystem::path& file);
+    // opened, isn't a store, or holds another schema version; the file is left as it is. A store
+    // whose schema is current is opened without writing, so another process's long write doesn't
+    // hold up the open; one that needs its schema written waits up to kOpenLockWait for the lock.
+    // Afterwards a statement waits up to `busyTimeout` for another process's write to end, then
+    // fails: a loop that must stay free passes little and tries again later.
+    static Result<std::unique_ptr<ModelContainer>> open(const std::filesystem::path& file,
+                                                        std::chrono::milliseconds busyTimeout = kDefaultBusyTimeout);
+    static constexpr std::chrono::milliseconds kDefaultBusyTimeout{5000};
+    static constexpr std::chrono::seconds kOpenLockWait{30};
     static Result<std::unique_ptr<ModelContainer>> openInMemory();
     // What a store file holds, read without changing a byte of it (for `tamarind doctor`).
     struct Health {
@@ -65,6 +76,9 @@ public:
 
     bool isInMemory() const { return !file_; }
     const std::optional<std::filesystem::path>& file() const { return file_; }
+    // Whether the file this store opened is no longer at its path: removed (with its folder, say)
+    // or replaced by another. Writes would then go to a file nobody will read again.
+    bool isFileGone() const;
 
     // --- changes (each opens the transaction when none is open) ---
     Status insert(const Clip& clip);
@@ -106,6 +120,9 @@ public:
                                                 const std::string& machineID);
 
     bool hasChanges() const { return isInTransaction_; }
+    // Takes back every change not yet committed, so that what failed to commit can be made again
+    // from the start.
+    void discardChanges();
     // Rows inserted, updated or deleted on this connection since it opened, by changes that went
     // through, and by those taken back too: a change that leaves it as it was wrote nothing.
     long long totalChanges() const;
@@ -115,6 +132,9 @@ public:
     Result<std::vector<Clip>> fetch(const ClipFetch& request);
     Result<long long> count(const std::string& where = "1", const Parameters& parameters = {});
     Result<std::optional<Clip>> clip(const Uuid& id, bool includesMedia = true);
+    // The creation dates and content hashes of the `limit` newest live clips, newest first;
+    // nothing else is read.
+    Result<std::vector<std::pair<Date, std::string>>> recentClipHashes(long long limit);
     // Clips without deletedAt, from a counter the schema keeps: no scan.
     Result<long long> liveClipCount();
     // Live clips per kind ("kind", raw string), per source app ("app", bundle id, with a name),
@@ -147,11 +167,13 @@ public:
 
 private:
     ModelContainer(std::unique_ptr<SQLite::Database> database, std::optional<std::filesystem::path> file);
+
     // Runs SQL work, turning what SQLite throws into a Failure.
     template <class Work>
     static auto guarded(Work&& work) -> Result<std::invoke_result_t<Work>>;
     // One attempt; `isBusy` when SQLite said the file was locked.
-    static Result<std::unique_ptr<ModelContainer>> openOnce(const std::filesystem::path& file, bool& isBusy);
+    static Result<std::unique_ptr<ModelContainer>> openOnce(const std::filesystem::path& file,
+                                                            std::chrono::milliseconds busyTimeout, bool& isBusy);
     class Prepared;
     // The statements of every clip write, compiled once: compiling costs more than running them.
     Prepared prepared(const char* sql);
@@ -169,6 +191,7 @@ private:
 
     std::unique_ptr<SQLite::Database> database_;
     std::optional<std::filesystem::path> file_;
+    std::optional<std::pair<dev_t, ino_t>> identity_;  // the file's device and inode when it was opened
     std::unordered_map<const char*, std::unique_ptr<SQLite::Statement>> statements_;
     bool isInTransaction_ = false;
 };

@@ -27,6 +27,8 @@ public:
     virtual void setItemTitle(std::size_t index, const std::string& title) = 0;
     virtual void setVisible(bool isVisible) = 0;
     virtual void setLook(StatusIconLook look) = 0;
+    // The text shown when the pointer rests on the icon.
+    virtual void setToolTip(const std::string& text) = 0;
 };
 
 }  // namespace tamarind

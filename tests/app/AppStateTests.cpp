@@ -392,6 +392,8 @@ TEST_F(AppStateTest, TheBusCommandsReachTheAppOnlyWhileItRuns) {
                             {"rejectedThisSession", 0},
                             {"isCollecting", true},
                             {"collectedItems", 1},
+                            {"library", "healthy"},
+                            {"waitingCopies", 0},
                             {"lastResult", "inserted"},
                             {"lastClipID", libraryClips().back().id.uuidString()}}));
     bus.collectCancel();
@@ -416,6 +418,27 @@ TEST_F(AppStateTest, TheBusCommandsReachTheAppOnlyWhileItRuns) {
     EXPECT_EQ(everyAnswer(), "{} Tamarind is still starting, Tamarind is still starting {}");
     EXPECT_EQ(pauseState(), "running");
     EXPECT_FALSE(state->collectMode().isActive().value());
+}
+
+// A library that could not be opened is told once, at start, and for as long as it lasts in the status.
+TEST_F(AppStateTest, ALibraryInMemoryIsToldOnceThroughTheHUDAndTheStatus) {
+    Paths paths{folder.path() / "share", folder.path() / "config", folder.path() / "cache"};
+    state = std::make_unique<AppState>(
+        loop, defaults, paths, PlatformServices{pasteboard, workspace, nullptr, nullptr, nullptr, &keys, &hotKeys, &hud},
+        TamarindStores{*ModelContainer::openInMemory(), nullptr, false, "disk I/O error"});
+    state->start();
+    copy("kept for the session");
+    loop.runUntilIdle();
+    ASSERT_EQ(hud.shown.size(), 1u);
+    EXPECT_EQ(hud.shown[0].title, "The library is in memory only");
+    EXPECT_EQ(hud.shown[0].subtitle,
+              "Tamarind couldn't open its library (disk I/O error). This session's clips are kept in memory only and "
+              "are gone when it quits.");
+    AppState* running = state.get();
+    Json status = Json::parse(appControlHandlers(running).status());
+    EXPECT_EQ(status.value("library", ""), "inMemory");
+    EXPECT_EQ(status.value("libraryProblem", ""), hud.shown[0].subtitle);
+    EXPECT_EQ(stored(), "kept for the session");
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <random>
 #include <set>
 
@@ -204,20 +205,28 @@ TEST(ClipStoreDurability, AFailedWriteIsALoggedRejectionAndTheStoreGoesOnAfterwa
         auto lines = logs.messages("library");
         if (std::none_of(lines.begin(), lines.end(), [](const std::string& line) { return line.starts_with("Save failed: "); }))
             ::_exit(12);
+        // The app's copy isn't refused but waits in memory for room.
+        std::optional<IngestResult> waited;
+        store.submit(textSnapshot(std::string(200'000, 'y'), 4), {}, [&](const IngestResult& r) { waited = r; });
+        if (waited || store.health()->kind != LibraryHealth::Kind::waiting) ::_exit(14);
         ::setrlimit(RLIMIT_FSIZE, &limit);
         if (store.ingest(textSnapshot("saved once there was room", 3), {}).kind != IngestResult::Kind::inserted)
             ::_exit(13);
+        loop.advanceBy(kStoreRetryInterval);
+        if (!waited || waited->kind != IngestResult::Kind::inserted) ::_exit(15);
         ::_exit(0);
     }
     int status = 0;
     ::waitpid(child, &status, 0);
     ASSERT_TRUE(WIFEXITED(status));
-    ASSERT_EQ(WEXITSTATUS(status), 0) << "10: first insert, 11: not refused, 12: not logged, 13: no recovery";
+    ASSERT_EQ(WEXITSTATUS(status), 0) << "10: first insert, 11: not refused, 12: not logged, 13: no recovery, "
+                                         "14: the app's copy not waiting, 15: not stored once there was room";
 
     auto reopened = must(ModelContainer::open(folder.path() / kMainStoreFilename));
     std::set<std::string> texts;
     for (const Clip& clip : must(reopened->fetch(ClipFetch{}))) texts.insert(clip.text.value_or(""));
-    EXPECT_EQ(texts, (std::set<std::string>{"kept before the disk filled", "saved once there was room"}));
+    EXPECT_EQ(texts, (std::set<std::string>{"kept before the disk filled", "saved once there was room",
+                                            std::string(200'000, 'y')}));
 }
 
 // A file cut short (a full disk, a bad copy) and a folder where none can be made both end in the

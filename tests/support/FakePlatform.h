@@ -59,8 +59,10 @@ public:
     void setItemTitle(std::size_t index, const std::string& title) override { items.at(index).title = title; }
     void setVisible(bool value) override { isVisible = value; }
     void setLook(StatusIconLook value) override { look = value; }
+    void setToolTip(const std::string& text) override { toolTip = text; }
 
     std::vector<StatusMenuItem> items;
+    std::string toolTip;
     bool isVisible = false;
     StatusIconLook look = StatusIconLook::monochrome;
 };

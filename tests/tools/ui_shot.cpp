@@ -77,7 +77,7 @@ int main(int argc, char** argv) {
     actions.togglePauseCapture = [] {};
     actions.toggleCollectMode = [] {};
     actions.quit = [] {};
-    MenuBarController controller(item, isPaused, isCollecting, appearance, actions);
+    MenuBarController controller(item, isPaused, isCollecting, store.health(), appearance, actions);
     CollectModeHUD hud(collectMode);
     HUDController pasteHUD(loop);
     // A light desktop behind the paste panel, so that the picture shows whether its corners are

@@ -59,4 +59,6 @@ void QtStatusItem::setVisible(bool isVisible) { tray_.setVisible(isVisible); }
 
 void QtStatusItem::setLook(StatusIconLook look) { tray_.setIcon(clipboardIcon(look)); }
 
+void QtStatusItem::setToolTip(const std::string& text) { tray_.setToolTip(QString::fromStdString(text)); }
+
 }  // namespace tamarind

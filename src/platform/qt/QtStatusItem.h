@@ -21,6 +21,7 @@ public:
     void setItemTitle(std::size_t index, const std::string& title) override;
     void setVisible(bool isVisible) override;
     void setLook(StatusIconLook look) override;
+    void setToolTip(const std::string& text) override;
 
     // For a look at it: the menu, as the icon would open it.
     QMenu& menu() { return menu_; }

@@ -4,8 +4,9 @@
 // a rare one), or reading the rows that the trigram index lists for the needle
 // and sorting them (quick when they are few). The index keeps the trigrams'
 // positions, so the needle quoted as one phrase is matched as a substring by the
-// index alone; a capped read of its rows tells which way is cheaper. The result
-// is exactly the containment test.
+// index alone; a capped read of its rows tells which way is cheaper. The index
+// covers the start of each text (kIndexedSearchCharacters); the few longer
+// texts are tested whole beside it. The result is exactly the containment test.
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
@@ -91,12 +92,21 @@ long long indexLimit(SQLite::Database& database, long long wanted) {
     return std::clamp(balance, kMinimumIndexLimit, kMaximumIndexLimit);
 }
 
-SearchPlan planSearch(SQLite::Database& database, const Phrase& phrase, long long wanted) {
+// The rows holding the phrase, from the index, and the long texts holding the needle beyond the
+// part the index covers; the arguments are the two parameters' places.
+std::string phraseRows(const std::string& phrase, const std::string& needle) {
+    return "SELECT rowid FROM clip_search WHERE clip_search MATCH " + phrase +
+           " UNION SELECT pk FROM clip WHERE length(searchFolded) > " + std::to_string(kIndexedSearchCharacters) +
+           " AND instr(searchFolded, " + needle + ") > 0";
+}
+
+SearchPlan planSearch(SQLite::Database& database, const Phrase& phrase, const std::string& needle, long long wanted) {
     SearchPlan plan;
     plan.indexLimit = indexLimit(database, wanted);
-    SQLite::Statement listed(database, "SELECT rowid FROM clip_search WHERE clip_search MATCH ? LIMIT ?");
+    SQLite::Statement listed(database, phraseRows("?1", "?2") + " LIMIT ?3");
     listed.bind(1, phrase.expression);
-    listed.bind(2, static_cast<std::int64_t>(plan.indexLimit));
+    listed.bind(2, needle);
+    listed.bind(3, static_cast<std::int64_t>(plan.indexLimit));
     while (listed.executeStep()) plan.rowIDs.push_back(listed.getColumn(0).getInt64());
     if (plan.rowIDs.empty()) return plan;
     if (static_cast<long long>(plan.rowIDs.size()) < plan.indexLimit) {
@@ -128,8 +138,13 @@ std::string narrowed(const ClipMatch& match, const Phrase& phrase, const std::ve
         parameters.emplace_back(match.needle);
     }
     if (!rowIDs.empty()) return where + " AND clip.pk IN (" + rowIDList(rowIDs) + ")";
-    parameters.emplace_back(phrase.expression);
-    return where + " AND clip.pk IN (SELECT rowid FROM clip_search WHERE clip_search MATCH ?)";
+    // Numbered after the match's own parameters.
+    auto next = [&](std::string value) {
+        parameters.emplace_back(std::move(value));
+        return "?" + std::to_string(parameters.size());
+    };
+    std::string expression = next(phrase.expression);
+    return where + " AND clip.pk IN (" + phraseRows(expression, next(match.needle)) + ")";
 }
 
 std::string withScan(const ClipMatch& match, Parameters& parameters) {
@@ -206,7 +221,7 @@ std::vector<Clip> ModelContainer::searchPage(const ClipMatch& match, ClipSortOrd
         if (rowIDs.empty()) return std::vector<Clip>{};
         return fetchRows(ClipFetch{.where = "clip.pk IN (" + rowIDList(rowIDs) + ")", .orderBy = orderBy(sort)});
     };
-    SearchPlan plan = planSearch(*database_, *phrase, offset + limit);
+    SearchPlan plan = planSearch(*database_, *phrase, match.needle, offset + limit);
     if (plan.way == SearchPlan::Way::nothing) return {};
     if (plan.way == SearchPlan::Way::walkThenIndex) {
         // The needle is common, so a walk most likely fills the page within about indexLimit
@@ -248,8 +263,14 @@ long long ModelContainer::searchCount(const ClipMatch& match) {
         SQLite::Statement listed(*database_, "SELECT count(*) FROM clip_search WHERE clip_search MATCH ?");
         listed.bind(1, phrase->expression);
         listed.executeStep();
+        // Long texts holding the needle only past the part the index covers are added.
+        std::string longOnly = "deletedAt IS NULL AND length(searchFolded) > " +
+                               std::to_string(kIndexedSearchCharacters) +
+                               " AND instr(searchFolded, ?1) > 0 AND instr(substr(searchFolded, 1, " +
+                               std::to_string(kIndexedSearchCharacters) + "), ?1) = 0";
         return listed.getColumn(0).getInt64() -
-               count("deletedAt IS NOT NULL AND instr(searchFolded, ?) > 0", {match.needle});
+               count("deletedAt IS NOT NULL AND instr(searchFolded, ?) > 0", {match.needle}) +
+               count(longOnly, {match.needle});
     }
     // Reading the phrase's rows by rowid never costs more than reading every row.
     return count(narrowed(match, *phrase, {}, parameters), parameters);

@@ -157,16 +157,23 @@ CREATE TRIGGER IF NOT EXISTS clip_facet_delete AFTER DELETE ON clip BEGIN
 CREATE TRIGGER IF NOT EXISTS clip_facet_update
   AFTER UPDATE OF kind, isFavorite, isPinned, sourceAppBundleID, sourceAppName, deletedAt ON clip BEGIN
 {facetRemove}{facetAdd}END;
+-- The index covers the start of each clip's text: indexing a clip of a hundred megabytes whole
+-- would hold the store's lock for minutes. The longer clips are few, listed by clip_long_text, and
+-- a search tests them whole.
+CREATE INDEX IF NOT EXISTS clip_long_text ON clip(pk) WHERE length(searchFolded) > {indexed};
+CREATE VIEW IF NOT EXISTS clip_search_source AS SELECT pk, substr(searchFolded, 1, {indexed}) AS searchFolded FROM clip;
 CREATE VIRTUAL TABLE IF NOT EXISTS clip_search USING {searchIndex};
 CREATE TRIGGER IF NOT EXISTS clip_search_insert AFTER INSERT ON clip BEGIN
-  INSERT INTO clip_search(rowid, searchFolded) VALUES (new.pk, new.searchFolded);
+  INSERT INTO clip_search(rowid, searchFolded) VALUES (new.pk, substr(new.searchFolded, 1, {indexed}));
 END;
 CREATE TRIGGER IF NOT EXISTS clip_search_delete AFTER DELETE ON clip BEGIN
-  INSERT INTO clip_search(clip_search, rowid, searchFolded) VALUES ('delete', old.pk, old.searchFolded);
+  INSERT INTO clip_search(clip_search, rowid, searchFolded)
+    VALUES ('delete', old.pk, substr(old.searchFolded, 1, {indexed}));
 END;
 CREATE TRIGGER IF NOT EXISTS clip_search_update AFTER UPDATE OF searchFolded ON clip BEGIN
-  INSERT INTO clip_search(clip_search, rowid, searchFolded) VALUES ('delete', old.pk, old.searchFolded);
-  INSERT INTO clip_search(rowid, searchFolded) VALUES (new.pk, new.searchFolded);
+  INSERT INTO clip_search(clip_search, rowid, searchFolded)
+    VALUES ('delete', old.pk, substr(old.searchFolded, 1, {indexed}));
+  INSERT INTO clip_search(rowid, searchFolded) VALUES (new.pk, substr(new.searchFolded, 1, {indexed}));
 END;
 )SQL";
 
@@ -192,14 +199,17 @@ INSERT INTO meta(key, value) VALUES ('facetCounts', '1');
 // Trigrams of the folded text with their positions, so that a quoted needle is matched as a
 // substring by the index alone. No column sizes: nothing ranks.
 constexpr const char* kSearchIndex =
-    "fts5(searchFolded, content='clip', content_rowid='pk', tokenize='trigram case_sensitive 1', columnsize=0)";
+    "fts5(searchFolded, content='clip_search_source', content_rowid='pk', tokenize='trigram case_sensitive 1', "
+    "columnsize=0)";
 
 const std::string& schema() {
     static const std::string text = [] {
         std::string sql = kSchema;
+        const std::string indexed = std::to_string(kIndexedSearchCharacters);
         for (auto [placeholder, body] : {std::pair<std::string_view, std::string_view>{"{facetAdd}", kFacetAdd},
                                          std::pair<std::string_view, std::string_view>{"{facetRemove}", kFacetRemove},
-                                         std::pair<std::string_view, std::string_view>{"{searchIndex}", kSearchIndex}})
+                                         std::pair<std::string_view, std::string_view>{"{searchIndex}", kSearchIndex},
+                                         std::pair<std::string_view, std::string_view>{"{indexed}", indexed}})
             for (std::size_t at; (at = sql.find(placeholder)) != std::string::npos;)
                 sql.replace(at, placeholder.size(), body);
         return sql;
@@ -234,8 +244,10 @@ constexpr const char* kClipInsert =
     "?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21, ?22, ?23, ?24, ?25, ?26, ?27, ?28, ?29, ?30, ?31, "
     "?32, ?33, ?34, ?35, ?36, ?37, ?38)";
 
+// Texts are bound without a copy (a clip's text may be a hundred megabytes): the value must
+// outlive the statement's run, which ends before its lease does.
 void bindText(SQLite::Statement& statement, int index, const std::optional<std::string>& value) {
-    if (value) statement.bind(index, *value);
+    if (value) statement.bindNoCopy(index, *value);
     else statement.bind(index);
 }
 
@@ -249,7 +261,8 @@ void bindDate(SQLite::Statement& statement, int index, const std::optional<Date>
     else statement.bind(index);
 }
 
-void bindClip(SQLite::Statement& s, const Clip& clip) {
+// `folded` is the folded search text, made by the caller so that it outlives the run.
+void bindClip(SQLite::Statement& s, const Clip& clip, const std::string& folded) {
     s.bind(1, clip.id.uuidString());
     s.bind(2, clip.createdAt.secondsSinceReferenceDate());
     bindDate(s, 3, clip.lastUsedAt);
@@ -271,7 +284,7 @@ void bindClip(SQLite::Statement& s, const Clip& clip) {
     s.bind(19, static_cast<std::int64_t>(clip.imageWidth));
     s.bind(20, static_cast<std::int64_t>(clip.imageHeight));
     s.bind(21, static_cast<std::int64_t>(clip.byteSize));
-    s.bind(22, clip.searchText);
+    s.bindNoCopy(22, clip.searchText);
     bindText(s, 23, clip.ocrText);
     bindText(s, 24, clip.boardColumn);
     s.bind(25, clip.sortIndex);
@@ -288,7 +301,7 @@ void bindClip(SQLite::Statement& s, const Clip& clip) {
     bindDate(s, 35, clip.deletedAt);
     bindText(s, 36, clip.originDeviceID);
     s.bind(37, clip.contentHash);
-    s.bind(38, searchFold(clip.searchText));
+    s.bindNoCopy(38, folded);
 }
 
 std::optional<std::string> columnText(SQLite::Statement& s, int index) {
@@ -387,8 +400,8 @@ void bindParameters(SQLite::Statement& statement,
     }
 }
 
-// A search index defined otherwise (by an earlier build) is dropped, to be made again and filled
-// from the rows. True when it was.
+// A search index defined otherwise (by an earlier build) is dropped with its triggers, to be made
+// again and filled from the rows. True when it was.
 bool dropStaleSearchIndex(SQLite::Database& database) {
     SQLite::Statement query(database, "SELECT sql FROM sqlite_master WHERE name = 'clip_search'");
     if (!query.executeStep()) return false;
@@ -396,6 +409,8 @@ bool dropStaleSearchIndex(SQLite::Database& database) {
         return false;
     query.reset();
     database.exec("DROP TABLE clip_search");
+    for (const char* trigger : {"clip_search_insert", "clip_search_delete", "clip_search_update"})
+        database.exec(std::string("DROP TRIGGER IF EXISTS ") + trigger);
     return true;
 }
 
@@ -644,8 +659,9 @@ template <class Write> void ModelContainer::writeWhole(Write write) {
 Status ModelContainer::insert(const Clip& clip) {
     return guarded([&] {
         writeWhole([&] {
+            const std::string folded = searchFold(clip.searchText);
             auto statement = prepared(kClipInsert);
-            bindClip(*statement, clip);
+            bindClip(*statement, clip, folded);
             statement->exec();
             std::int64_t pk = database_->getLastInsertRowid();
             writeMedia(pk, clip);
@@ -660,8 +676,9 @@ Status ModelContainer::update(const Clip& clip) {
         if (!pk) return;
         writeWhole([&] {
             static const std::string sql = std::string("UPDATE clip SET ") + kClipAssignments + " WHERE pk = ?39";
+            const std::string folded = searchFold(clip.searchText);
             auto fill = prepared(sql.c_str());
-            bindClip(*fill, clip);
+            bindClip(*fill, clip, folded);
             fill->bind(39, *pk);
             fill->exec();
             writeMedia(*pk, clip);

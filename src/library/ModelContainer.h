@@ -38,6 +38,10 @@ class Statement;
 
 namespace tamarind {
 
+// The search index covers this many characters at the start of each clip's folded search text;
+// a search tests the rest of the few longer clips whole.
+inline constexpr long long kIndexedSearchCharacters = 100'000;
+
 // What to fetch: a WHERE clause over the `clip` table (its columns by their
 // record names), its parameters, an ORDER BY, and the page.
 struct ClipFetch {

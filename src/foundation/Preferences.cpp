@@ -19,6 +19,22 @@ void Preferences::keyChanged(const std::string& key) {
     if (!isHeld) keyDidChange(key);
 }
 
+namespace {
+
+// A plain setting is read from a Boolean, a number or a string, converted as the Defaults do. A
+// value of any other type (data, a date, an array, a dictionary) can't be: the setting reads as its
+// fallback, which the log says, and the value stays stored.
+bool isPlainValue(const Defaults& defaults, const std::string& key) {
+    std::optional<PlistValue> value = defaults.object(key);
+    if (!value) return false;
+    if (value->isBool() || value->isInteger() || value->isDouble() || value->isString()) return true;
+    Log("settings").error("The stored value of %{public}s is not a plain value; the setting reads as its default.",
+                          key);
+    return false;
+}
+
+}  // namespace
+
 void keepUnreadableValueAside(Defaults& defaults, const std::string& key,
                               const std::function<bool(const PlistValue&)>& isReadable) {
     std::optional<PlistValue> stored = defaults.object(key);
@@ -31,14 +47,14 @@ void keepUnreadableValueAside(Defaults& defaults, const std::string& key,
 
 SettingCodec<bool> boolSetting(bool fallback) {
     return {[fallback](const Defaults& defaults, const std::string& key) {
-                return defaults.object(key) ? defaults.boolValue(key) : fallback;
+                return isPlainValue(defaults, key) ? defaults.boolValue(key) : fallback;
             },
             [](Defaults& defaults, const std::string& key, const bool& value) { defaults.set(key, value); }};
 }
 
 SettingCodec<long long> integerSetting(long long fallback, std::function<long long(long long)> adjust) {
     return {[fallback, adjust](const Defaults& defaults, const std::string& key) {
-                long long value = defaults.object(key) ? defaults.integer(key) : fallback;
+                long long value = isPlainValue(defaults, key) ? defaults.integer(key) : fallback;
                 return adjust ? adjust(value) : value;
             },
             [](Defaults& defaults, const std::string& key, const long long& value) {
@@ -48,7 +64,7 @@ SettingCodec<long long> integerSetting(long long fallback, std::function<long lo
 
 SettingCodec<double> doubleSetting(double fallback, std::function<double(double)> adjust) {
     return {[fallback, adjust](const Defaults& defaults, const std::string& key) {
-                double value = defaults.object(key) ? defaults.doubleValue(key) : fallback;
+                double value = isPlainValue(defaults, key) ? defaults.doubleValue(key) : fallback;
                 return adjust ? adjust(value) : value;
             },
             [](Defaults& defaults, const std::string& key, const double& value) { defaults.set(key, value); }};
@@ -56,7 +72,7 @@ SettingCodec<double> doubleSetting(double fallback, std::function<double(double)
 
 SettingCodec<std::string> stringSetting(std::string fallback) {
     return {[fallback](const Defaults& defaults, const std::string& key) {
-                return defaults.string(key).value_or(fallback);
+                return isPlainValue(defaults, key) ? defaults.string(key).value_or(fallback) : fallback;
             },
             [](Defaults& defaults, const std::string& key, const std::string& value) { defaults.set(key, value); }};
 }

@@ -123,7 +123,8 @@ private:
 void keepUnreadableValueAside(Defaults& defaults, const std::string& key,
                               const std::function<bool(const PlistValue&)>& isReadable);
 
-// The codecs of plain values. A missing key reads as the fallback.
+// The codecs of plain values. A missing key reads as the fallback; so does a value of a type that
+// can't be converted (an array where a Boolean belongs), with a log line.
 SettingCodec<bool> boolSetting(bool fallback = false);
 // `adjust` corrects what was read (a count below 1 meaning the default, say).
 SettingCodec<long long> integerSetting(long long fallback = 0, std::function<long long(long long)> adjust = {});

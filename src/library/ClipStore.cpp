@@ -262,7 +262,7 @@ void ClipStore::submit(PasteboardSnapshot snapshot, std::set<std::string> exclud
 void ClipStore::prepareOnWorker(PendingIngest& pending) {
     // The gate and the limits come before the hash in the ingest: a copy they refuse isn't worth it.
     const PasteboardSnapshot& snapshot = *pending.snapshot;
-    if (!imageWorker_ || !snapshot.imageData) return;
+    if (!imageWorker_ || !snapshot.imageData || !imagePixelSize(*snapshot.imageData)) return;
     ClipKind kind = classify(snapshot);
     if (captureRejection(snapshot, pending.excludedBundleIDs) || isOutsideLimits(snapshot, kind, captureLimits_))
         return;
@@ -349,8 +349,18 @@ bool ClipStore::reopenIfGone() {
     return true;
 }
 
-IngestResult ClipStore::ingest(const PasteboardSnapshot& snapshot, const std::set<std::string>& excludedBundleIDs,
+IngestResult ClipStore::ingest(const PasteboardSnapshot& given, const std::set<std::string>& excludedBundleIDs,
                                const std::optional<PreparedImage>& prepared) {
+    // Image bytes whose header doesn't read are no image: the copy is what else it holds, if anything.
+    std::optional<PasteboardSnapshot> withoutImage;
+    if (given.imageData && !imagePixelSize(*given.imageData)) {
+        log_.info("The copied image doesn't decode; it is left out.");
+        withoutImage = given;
+        withoutImage->imageData.reset();
+        withoutImage->imageFileExtension.reset();
+        withoutImage->imagePixelSize.reset();
+    }
+    const PasteboardSnapshot& snapshot = withoutImage ? *withoutImage : given;
     if (auto rejection = captureRejection(snapshot, excludedBundleIDs)) {
         log_.info("Skipped capture: %{public}s", rejection->description());
         return IngestResult::rejected(*rejection);

@@ -34,6 +34,20 @@ TEST(CapturePreferences, StoredValuesFollowTheReadingRules) {
     InMemoryDefaults mixed({{captureKeys::excludedBundleIDs, PlistArray{"a", 1}}});
     EXPECT_EQ(*CapturePreferences(mixed, loop).excludedBundleIDs(), CapturePreferences::defaultExcludedBundleIDs())
         << "a key that holds no array of strings gives the default";
+
+    // Values of a type no setting converts from read as the default, are logged, and stay stored.
+    LogCapture log;
+    InMemoryDefaults wrong({{captureKeys::ocrEnabled, PlistArray{"yes"}},
+                            {captureKeys::maximumClipCount, Data{1, 2}},
+                            {captureKeys::maximumMegabytes, PlistDictionary{{"megabytes", 5}}},
+                            {captureKeys::minimumCharacters, "7"}});
+    CapturePreferences typed(wrong, loop);
+    EXPECT_TRUE(*typed.isOCREnabled());
+    EXPECT_EQ(*typed.maximumClipCount(), 10000);
+    EXPECT_EQ(*typed.maximumMegabytes(), 0);
+    EXPECT_EQ(*typed.minimumCharacters(), 7) << "a numeric string converts";
+    EXPECT_EQ(log.messages("settings").size(), 3u);
+    EXPECT_TRUE(wrong.object(captureKeys::ocrEnabled)->isArray()) << "a read never writes";
 }
 
 TEST(CapturePreferences, SettersNotifyAndWriteBackInTheStoredForm) {

@@ -258,6 +258,19 @@ TEST_F(ClipStoreIngestTest, ImagesAndFilesAreBuiltAndTheIconIsAskedFor) {
     auto promoted = must(must(ModelContainer::open(folder.path() / kMainStoreFilename))->clip(inserted.clipID));
     EXPECT_EQ(promoted->thumbnailData, withMedia->thumbnailData) << "a promotion keeps the media";
     EXPECT_EQ(promoted->createdAt, Date::fromReferenceSeconds(8));
+
+    // Bytes offered as an image that don't decode are no image: alone they are nothing to keep,
+    // beside a text they leave a text clip.
+    PasteboardSnapshot broken;
+    broken.types = {"image/png"};
+    broken.imageData = Data{'n', 'o', 't', ' ', 'a', ' ', 'p', 'n', 'g'};
+    broken.capturedAt = Date::fromReferenceSeconds(9);
+    EXPECT_EQ(ingest(broken), IngestResult::rejected(CaptureRejection::empty()));
+    broken.string = "the caption";
+    IngestResult captioned = ingest(broken);
+    ASSERT_EQ(captioned.kind, IngestResult::Kind::inserted);
+    EXPECT_EQ(store->clip(captioned.clipID)->kind, "text");
+    EXPECT_FALSE(store->clip(captioned.clipID)->blobFilename);
 }
 
 // A main store that can't be opened, and a folder that can't be made, are ClipStoreDurabilityTests'.

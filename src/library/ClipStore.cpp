@@ -152,10 +152,11 @@ ClipStore::~ClipStore() {
     lifetime_.end();
     // One whose worker part is still running is ingested without it; that blob is left to the
     // orphan sweep.
+    // Once the store has refused one, the rest aren't tried: each try would wait the busy timeout.
     long long unsaved = 0;
     for (PendingIngest& pending : pendingIngests_) {
         if (pending.isPreparing) pending.prepared.reset();
-        if (isStoreFailure(ingestPending(pending))) ++unsaved;
+        if (unsaved > 0 || isStoreFailure(ingestPending(pending))) ++unsaved;
     }
     if (unsaved > 0) log_.error("Quitting with %{public}ld copies the library could not take.", unsaved);
 }

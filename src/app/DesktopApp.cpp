@@ -174,6 +174,15 @@ int runDesktopApp(const Paths& paths, bool isTestHost) {
                    PlatformServices{*std::get<std::unique_ptr<X11Clipboard>>(clipboard), workspace, &suspension,
                                     loginItem ? &*loginItem : nullptr, &permissions, keys, &hotKeys, &hud, &alerts,
                                     X11Permissions::isWaylandSessionNow()});
+    // The capture size limit holds while the clipboard is read, so that a huge copy is never
+    // read whole only to be refused.
+    X11Clipboard& x11Clipboard = *std::get<std::unique_ptr<X11Clipboard>>(clipboard);
+    x11Clipboard.setMaximumBytes(captureLimits(state.preferences()).maximumBytes);
+    Subscription clipboardLimit = state.preferences().maximumMegabytes().subscribe(
+        [&x11Clipboard, &state](const double&) {
+            x11Clipboard.setMaximumBytes(captureLimits(state.preferences()).maximumBytes);
+        },
+        true);
     if (isTestHost) {
         // Tests of the process itself: no menu, no capture, nothing that reaches the desktop.
         log.log("Launched as a test host; skipping UI and capture setup.");

@@ -43,7 +43,9 @@ public:
     virtual long long changeCount() const = 0;
     // Reads what the clipboard holds now and calls `done` on the main loop with it (without
     // the source application, which the caller adds). Never blocks; a hung owner costs at most
-    // the backend's time-out. One read at a time: a call while one runs is queued after it.
+    // the backend's time-out. One read at a time: a call while one runs is queued after it. The
+    // snapshot comes from one owner of the clipboard; a backend that reads under a size limit
+    // delivers one with nothing in it for a clipboard past the limit.
     virtual void readSnapshot(std::function<void(PasteboardSnapshot)> done) = 0;
     // Replaces what the clipboard holds (empty content clears it), served for as long as this
     // program owns it. False when the system gave it to nobody.

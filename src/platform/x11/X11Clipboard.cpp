@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdlib>
-#include <cstring>
+#include <string>
 #include <utility>
 
-#include "foundation/Text.h"
 #include "foundation/ImageCodec.h"
 
 namespace tamarind {
@@ -20,59 +20,12 @@ constexpr std::array<std::string_view, 4> kStringTargets = {"UTF8_STRING", "text
 constexpr std::array<std::string_view, 3> kRtfTargets = {"text/rtf", "application/rtf", "text/richtext"};
 constexpr std::array<std::string_view, 2> kFileTargets = {"text/uri-list", "x-special/gnome-copied-files"};
 
-std::string latin1ToUtf8(std::string_view bytes) {
-    std::string text;
-    for (unsigned char c : bytes) appendUtf8(text, c);
-    return text;
-}
-
-// Firefox and Chromium send text/html as UTF-16 with a byte-order mark.
-std::string htmlToUtf8(const std::string& bytes) {
-    bool isLittle = bytes.size() >= 2 && static_cast<unsigned char>(bytes[0]) == 0xFF &&
-                    static_cast<unsigned char>(bytes[1]) == 0xFE;
-    bool isBig = bytes.size() >= 2 && static_cast<unsigned char>(bytes[0]) == 0xFE &&
-                 static_cast<unsigned char>(bytes[1]) == 0xFF;
-    if (!isLittle && !isBig) return validUtf8(bytes);
-    std::string text;
-    auto unit = [&](std::size_t at) -> char32_t {
-        auto a = static_cast<unsigned char>(bytes[at]), b = static_cast<unsigned char>(bytes[at + 1]);
-        return isLittle ? char32_t(a | (b << 8)) : char32_t((a << 8) | b);
-    };
-    for (std::size_t at = 2; at + 1 < bytes.size(); at += 2) {
-        char32_t code = unit(at);
-        if (code >= 0xD800 && code < 0xDC00 && at + 3 < bytes.size()) {
-            char32_t low = unit(at + 2);
-            if (low >= 0xDC00 && low < 0xE000) {
-                code = 0x10000 + ((code - 0xD800) << 10) + (low - 0xDC00);
-                at += 2;
-            }
-        }
-        if (code == 0) break;
-        appendUtf8(text, code);
-    }
-    return validUtf8(text);
-}
-
-std::vector<FileURL> fileURLsOf(const std::string& bytes, bool isGnomeCopiedFiles) {
-    std::vector<FileURL> files;
-    bool isFirst = true;
-    for (std::string_view line : split(bytes, "\n")) {
-        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-        // GNOME's list starts with "copy" or "cut".
-        if (std::exchange(isFirst, false) && isGnomeCopiedFiles) continue;
-        if (line.empty() || line.front() == '#') continue;
-        if (auto file = FileURL::fromUri(line)) files.push_back(*file);
-    }
-    return files;
-}
+// A property given up on is used again only after this, when its owner has long given up too.
+constexpr Duration kAbandonedPropertyRest = std::chrono::seconds(60);
+// Past this a TARGETS list is not a clipboard worth reading: each unknown atom costs a round trip.
+constexpr long long kLargestTargetList = 16 * 1024;
 
 }  // namespace
-
-bool X11Clipboard::isProtocolTarget(std::string_view name) {
-    static constexpr std::array<std::string_view, 6> kProtocol = {"TARGETS", "MULTIPLE", "TIMESTAMP",
-                                                                  "SAVE_TARGETS", "DELETE", "INCR"};
-    return std::find(kProtocol.begin(), kProtocol.end(), name) != kProtocol.end();
-}
 
 std::variant<std::unique_ptr<X11Clipboard>, std::string> X11Clipboard::create(MainLoop& loop, X11Connection& x11,
                                                                                 Worker* converter) {
@@ -91,8 +44,8 @@ X11Clipboard::X11Clipboard(MainLoop& loop, X11Connection& x11, uint8_t xfixesEve
       xfixesEventBase_(xfixesEventBase),
       converter_(converter),
       clipboard_(x11.atom("CLIPBOARD")),
-      property_(x11.atom("TAMARIND_CLIPBOARD")),
       incr_(x11.atom("INCR")) {
+    properties_.push_back(TransferProperty{x11.atom("TAMARIND_CLIPBOARD"), std::nullopt});
     xcb_xfixes_select_selection_input(x11_.connection(), x11_.window(), clipboard_,
                                       XCB_XFIXES_SELECTION_EVENT_MASK_SET_SELECTION_OWNER |
                                           XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_WINDOW_DESTROY |
@@ -111,44 +64,83 @@ void X11Clipboard::onEvent(const xcb_generic_event_t& event) {
         const auto& notify = reinterpret_cast<const xcb_xfixes_selection_notify_event_t&>(event);
         // An owner that went away leaves the clipboard empty: nothing new to read.
         if (notify.selection == clipboard_ && notify.subtype == XCB_XFIXES_SELECTION_EVENT_SET_SELECTION_OWNER &&
-            notify.owner != XCB_WINDOW_NONE && !(writer_ && notify.owner == writer_->window()))
+            notify.owner != XCB_WINDOW_NONE && !(writer_ && notify.owner == writer_->window())) {
             ++changeCount_;
+            onOwnerChange();
+        }
         return;
     }
     if (!read_) return;
-    if (type == XCB_SELECTION_NOTIFY) {
-        const auto& notify = reinterpret_cast<const xcb_selection_notify_event_t&>(event);
-        if (notify.requestor != x11_.window() || notify.selection != clipboard_ || notify.target != awaitedTarget_ ||
-            isIncremental_)
-            return;
-        if (notify.property == XCB_ATOM_NONE) return onConversion(std::nullopt);
-        auto property = x11_.property(x11_.window(), property_, true);
-        x11_.flush();
-        if (!property) return onConversion(std::nullopt);
-        if (property->type == incr_) {
-            // The owner sends the data in chunks, each after we delete the last.
-            isIncremental_ = true;
-            incoming_.clear();
-            return;
-        }
-        return onConversion(std::move(property->bytes));
-    }
+    if (type == XCB_SELECTION_NOTIFY)
+        return onSelectionNotify(reinterpret_cast<const xcb_selection_notify_event_t&>(event));
     if (type == XCB_PROPERTY_NOTIFY && isIncremental_) {
         const auto& notify = reinterpret_cast<const xcb_property_notify_event_t&>(event);
-        if (notify.window != x11_.window() || notify.atom != property_ || notify.state != XCB_PROPERTY_NEW_VALUE)
-            return;
-        auto chunk = x11_.property(x11_.window(), property_, true);
-        x11_.flush();
-        if (!chunk || chunk->bytes.empty()) return onConversion(std::move(incoming_));
-        incoming_ += chunk->bytes;
-        // Each chunk shows the owner is alive: its time-out starts again.
-        timeout_ = loop_.postDelayed(kClipboardRequestTimeout, [this] { onConversion(std::nullopt); });
+        if (notify.window == x11_.window() && notify.atom == property() && notify.state == XCB_PROPERTY_NEW_VALUE)
+            onChunk();
     }
+}
+
+void X11Clipboard::onSelectionNotify(const xcb_selection_notify_event_t& notify) {
+    // A late answer to a request given up on names another target or lands in another property.
+    if (notify.requestor != x11_.window() || notify.selection != clipboard_ || notify.target != awaitedTarget_ ||
+        isIncremental_ || (notify.property != XCB_ATOM_NONE && notify.property != property()))
+        return;
+    if (notify.property == XCB_ATOM_NONE) return onConversion(false);
+    xcb_atom_t type = readTransferProperty();
+    if (transfer_.isOverLimit()) return refuseTooLarge();
+    if (type == XCB_ATOM_NONE) return onConversion(false);
+    if (type == incr_) {
+        // The owner sends the data in chunks, each after we delete the last; it has answered.
+        isIncremental_ = true;
+        timeout_ = loop_.postDelayed(kClipboardRequestTimeout, [this] { onTimeOut(); });
+        return;
+    }
+    onConversion(true);
+}
+
+void X11Clipboard::onChunk() {
+    std::size_t before = transfer_.size();
+    xcb_atom_t type = readTransferProperty();
+    if (transfer_.isOverLimit()) return refuseTooLarge();
+    // An empty chunk ends the transfer.
+    if (type == XCB_ATOM_NONE || transfer_.size() == before) return onConversion(true);
+    // Each chunk shows the owner is alive: its time-out starts again.
+    timeout_ = loop_.postDelayed(kClipboardRequestTimeout, [this] { onTimeOut(); });
+}
+
+xcb_atom_t X11Clipboard::readTransferProperty() {
+    // One word more than the limit allows, so that a longer property shows as such without being
+    // read whole.
+    std::size_t allowance = transfer_.allowance();
+    constexpr std::size_t kAllWords = UINT32_MAX / 4;
+    auto words = static_cast<uint32_t>(std::min(kAllWords, allowance / 4 + 1));
+    xcb_connection_t* connection = x11_.connection();
+    auto cookie = xcb_get_property(connection, 0, x11_.window(), property(), XCB_GET_PROPERTY_TYPE_ANY, 0, words);
+    xcb_get_property_reply_t* reply = xcb_get_property_reply(connection, cookie, nullptr);
+    xcb_atom_t type = reply ? reply->type : xcb_atom_t{XCB_ATOM_NONE};
+    bool fits = false;
+    if (type != XCB_ATOM_NONE) {
+        std::string_view value(static_cast<const char*>(xcb_get_property_value(reply)),
+                               static_cast<std::size_t>(xcb_get_property_value_length(reply)));
+        fits = type == incr_ && !isIncremental_ ? transfer_.announce(value) : transfer_.append(value);
+    }
+    std::free(reply);
+    // Deleting an INCR property or a chunk asks the owner for the next chunk: one past the limit
+    // stays, and the owner stops there. A plain property past it is deleted, so that its bytes
+    // leave the server.
+    if (fits || (type != XCB_ATOM_NONE && type != incr_ && !isIncremental_))
+        xcb_delete_property(connection, x11_.window(), property());
+    // Also hands on what the server sent while the reply was awaited.
+    x11_.flush();
+    return fits ? type : xcb_atom_t{XCB_ATOM_NONE};
 }
 
 bool X11Clipboard::countWrite(bool isOwner) {
     // At once, so that a paste can note the count its own write made.
-    if (isOwner) ++changeCount_;
+    if (isOwner) {
+        ++changeCount_;
+        onOwnerChange();
+    }
     return isOwner;
 }
 
@@ -204,8 +196,30 @@ void X11Clipboard::startNextRead() {
     if (queued_.empty()) return;
     read_ = std::move(queued_.front());
     queued_.pop_front();
+    beginRead();
+}
+
+void X11Clipboard::beginRead() {
+    ++readGeneration_;
     read_->steps = {Step{x11_.atom("TARGETS"), "TARGETS", Field::targets}};
+    read_->next = 0;
     requestNextStep();
+}
+
+void X11Clipboard::onOwnerChange() {
+    if (!read_) return;
+    // The old owner may still answer, or send its next chunk: into a property we no longer read.
+    if (awaitedTarget_ != XCB_ATOM_NONE) abandonTransfer();
+    endTransfer();
+    if (++read_->restarts > kMostClipboardReadRestarts) {
+        log_.info("The clipboard changed owner %{public}d times during one read; not read.", read_->restarts);
+        return giveUp();
+    }
+    log_.debug("The clipboard changed owner during a read; reading the new owner.");
+    read_->snapshot = PasteboardSnapshot();
+    read_->archived.clear();
+    read_->unconvertedImage.reset();
+    beginRead();
 }
 
 void X11Clipboard::requestNextStep() {
@@ -213,47 +227,89 @@ void X11Clipboard::requestNextStep() {
     const Step& step = read_->steps[read_->next];
     awaitedTarget_ = step.target;
     isIncremental_ = false;
-    xcb_delete_property(x11_.connection(), x11_.window(), property_);
-    xcb_convert_selection(x11_.connection(), x11_.window(), clipboard_, step.target, property_, XCB_CURRENT_TIME);
+    bool isBinary = step.field == Field::image || step.field == Field::rtf || step.field == Field::raw;
+    long long limit = step.field == Field::targets ? kLargestTargetList : read_->archiveDone ? 0 : maximumBytes_;
+    transfer_ = TransferAssembly(limit, isBinary ? TransferAssembly::Storage::data : TransferAssembly::Storage::text);
+    xcb_delete_property(x11_.connection(), x11_.window(), property());
+    xcb_convert_selection(x11_.connection(), x11_.window(), clipboard_, step.target, property(), XCB_CURRENT_TIME);
     x11_.flush();
-    timeout_ = loop_.postDelayed(kClipboardRequestTimeout, [this] {
-        log_.debug("The clipboard owner did not answer for %{public}s in time.", read_->steps[read_->next].name);
-        onConversion(std::nullopt);
-    });
+    timeout_ = loop_.postDelayed(kClipboardRequestTimeout, [this] { onTimeOut(); });
 }
 
-void X11Clipboard::onConversion(std::optional<std::string> bytes) {
+void X11Clipboard::endTransfer() {
     timeout_.cancel();
     awaitedTarget_ = XCB_ATOM_NONE;
     isIncremental_ = false;
+    transfer_ = TransferAssembly();
+}
+
+void X11Clipboard::onConversion(bool isAnswered) {
+    TransferAssembly bytes = std::move(transfer_);
+    endTransfer();
     const Step step = read_->steps[read_->next++];
-    // A PNG that fails or never comes: the TIFF, when the owner offers one, is asked for next.
-    if ((!bytes || bytes->empty()) && step.field == Field::image && step.name == "image/png") {
+    // A PNG refused or empty: the TIFF, when the owner offers one, is asked for next.
+    if ((!isAnswered || bytes.size() == 0) && step.field == Field::image && step.name == "image/png") {
         const auto& types = read_->snapshot.types;
         if (std::find(types.begin(), types.end(), "image/tiff") != types.end())
             read_->steps.insert(read_->steps.begin() + static_cast<std::ptrdiff_t>(read_->next),
                                 Step{x11_.atom("image/tiff"), "image/tiff", Field::image});
     }
-    if (bytes) {
+    if (isAnswered) {
         if (step.field == Field::targets) {
-            takeTargets(*bytes);
+            takeTargets(bytes.takeText());
         } else {
-            take(step, std::move(*bytes));
+            take(step, std::move(bytes));
         }
     }
     requestNextStep();
 }
 
-// Types in the owner's order, and the steps that fetch each wanted field from the best target.
-void X11Clipboard::takeTargets(const std::string& bytes) {
-    std::vector<std::string> names;
-    for (std::size_t at = 0; at + 4 <= bytes.size(); at += 4) {
-        xcb_atom_t atom = 0;
-        std::memcpy(&atom, bytes.data() + at, 4);
-        std::string name = x11_.atomName(atom);
-        if (name.empty() || isProtocolTarget(name)) continue;
-        if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+// The owner is taken as not answering: asking it for more would cost a time-out each.
+void X11Clipboard::onTimeOut() {
+    log_.debug("The clipboard owner did not answer for %{public}s in time; the rest of the read is given up.",
+               read_->steps[read_->next].name);
+    abandonTransfer();
+    endTransfer();
+    finishRead();
+}
+
+void X11Clipboard::refuseTooLarge() {
+    if (read_->steps[read_->next].field == Field::targets) {
+        log_.info("The clipboard owner offers more targets than can be read; not read.");
+    } else {
+        log_.info("The clipboard holds more than the size limit; not read.");
     }
+    abandonTransfer();
+    giveUp();
+}
+
+// Delivers nothing: a snapshot or archive with nothing in it.
+void X11Clipboard::giveUp() {
+    endTransfer();
+    read_->snapshot = PasteboardSnapshot();
+    read_->archived.clear();
+    read_->unconvertedImage.reset();
+    finishRead();
+}
+
+void X11Clipboard::abandonTransfer() {
+    MonotonicTime now = loop_.clock().now();
+    properties_[property_].abandonedAt = now;
+    for (std::size_t i = 0; i < properties_.size(); ++i) {
+        TransferProperty& candidate = properties_[i];
+        if (candidate.abandonedAt && now - *candidate.abandonedAt < kAbandonedPropertyRest) continue;
+        candidate.abandonedAt.reset();
+        property_ = i;
+        return;
+    }
+    properties_.push_back(
+        TransferProperty{x11_.atom("TAMARIND_CLIPBOARD_" + std::to_string(properties_.size())), std::nullopt});
+    property_ = properties_.size() - 1;
+}
+
+// Types in the owner's order, and the steps that fetch each wanted field from the best target.
+void X11Clipboard::takeTargets(std::string bytes) {
+    std::vector<std::string> names = targetNames(bytes, [this](std::uint32_t atom) { return x11_.atomName(atom); });
     read_->snapshot.types = names;
     if (read_->archiveDone) {
         for (const std::string& name : names) read_->steps.push_back(Step{x11_.atom(name), name, Field::raw});
@@ -282,13 +338,13 @@ void X11Clipboard::takeTargets(const std::string& bytes) {
     add(offered("text/html") ? std::optional<std::string>("text/html") : std::nullopt, Field::html);
 }
 
-void X11Clipboard::take(const Step& step, std::string bytes) {
+void X11Clipboard::take(const Step& step, TransferAssembly bytes) {
     PasteboardSnapshot& snapshot = read_->snapshot;
     switch (step.field) {
     case Field::targets: break;
     case Field::image: {
-        if (bytes.empty()) return;
-        Data data = dataFromString(bytes);
+        Data data = bytes.takeData();
+        if (data.empty()) return;
         if (step.name != "image/png" && step.name != "image/tiff") {
             read_->unconvertedImage = std::move(data);
             return;
@@ -298,11 +354,15 @@ void X11Clipboard::take(const Step& step, std::string bytes) {
         snapshot.imageData = std::move(data);
         break;
     }
-    case Field::files: snapshot.fileURLs = fileURLsOf(bytes, step.name == "x-special/gnome-copied-files"); break;
-    case Field::string: snapshot.string = step.name == "STRING" ? latin1ToUtf8(bytes) : validUtf8(bytes); break;
-    case Field::rtf: snapshot.rtfData = dataFromString(bytes); break;
-    case Field::html: snapshot.htmlString = htmlToUtf8(bytes); break;
-    case Field::raw: read_->archived.emplace_back(step.name, dataFromString(bytes)); break;
+    case Field::files:
+        snapshot.fileURLs = fileURLsOf(bytes.takeText(), step.name == "x-special/gnome-copied-files");
+        break;
+    case Field::string:
+        snapshot.string = step.name == "STRING" ? latin1ToUtf8(bytes.takeText()) : utf8Text(bytes.takeText());
+        break;
+    case Field::rtf: snapshot.rtfData = bytes.takeData(); break;
+    case Field::html: snapshot.htmlString = htmlToUtf8(bytes.takeText()); break;
+    case Field::raw: read_->archived.emplace_back(step.name, bytes.takeData()); break;
     }
 }
 
@@ -312,10 +372,11 @@ void X11Clipboard::finishRead() {
         read_->unconvertedImage.reset();
         if (converter_) {
             // Decoding and encoding take tens of milliseconds for a big image; the read stays
-            // under way meanwhile, so the next one waits.
-            converter_->run([this, &loop = loop_, image = std::move(image), alive = lifetime_.weak()] {
-                loop.post([this, png = convertToPng(image), alive]() mutable {
-                    if (!alive.isAlive()) return;
+            // under way meanwhile, so the next one waits. A restart meanwhile drops the result.
+            converter_->run([this, &loop = loop_, image = std::move(image), alive = lifetime_.weak(),
+                             generation = readGeneration_] {
+                loop.post([this, png = convertToPng(image), alive, generation]() mutable {
+                    if (!alive.isAlive() || !read_ || generation != readGeneration_) return;
                     takeConvertedImage(std::move(png));
                     finishRead();
                 });

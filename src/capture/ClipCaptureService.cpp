@@ -20,8 +20,8 @@ ClipCaptureService::~ClipCaptureService() {
 }
 
 void ClipCaptureService::start() {
-    monitor_.setOnChange([this, alive = lifetime_.weak()](const PasteboardSnapshot& snapshot) {
-        if (alive.isAlive()) handle(snapshot);
+    monitor_.setOnChange([this, alive = lifetime_.weak()](PasteboardSnapshot snapshot) {
+        if (alive.isAlive()) handle(std::move(snapshot));
     });
     bool isPaused = preferences_.isPaused().value();
     log_.info("Starting capture; persisted pause state = %{bool,public}d.", isPaused);
@@ -44,7 +44,7 @@ void ClipCaptureService::scheduleRetention() {
     });
 }
 
-void ClipCaptureService::handle(const PasteboardSnapshot& snapshot) {
+void ClipCaptureService::handle(PasteboardSnapshot snapshot) {
     // A setting or rule another program wrote a moment ago is in force for this copy, whichever
     // of the two events the loop took first.
     preferences_.synchronize();
@@ -56,7 +56,8 @@ void ClipCaptureService::handle(const PasteboardSnapshot& snapshot) {
         capturedThisSession_.set(capturedThisSession_.value() + 1);
         return;
     }
-    store_.submit(snapshot, excluded, [this, alive = lifetime_.weak()](const IngestResult& result) {
+    // Moved on: a copy of a clip of hundreds of megabytes would double what it holds in memory.
+    store_.submit(std::move(snapshot), excluded, [this, alive = lifetime_.weak()](const IngestResult& result) {
         if (alive.isAlive()) record(result);
     });
 }

@@ -39,7 +39,7 @@ public:
     void start();
     // The monitor's onChange. The store's answer may come later (an image is hashed and written on
     // its worker first); the counters and lastResult move when it does.
-    void handle(const PasteboardSnapshot& snapshot);
+    void handle(PasteboardSnapshot snapshot);
 
 private:
     void record(const IngestResult& result);

@@ -46,7 +46,7 @@ void ClipboardMonitor::tick() {
             snapshot.sourceAppName = source->name;
         }
         snapshot.capturedAt = loop_.clock().wallNow();
-        onChange_(snapshot);
+        onChange_(std::move(snapshot));
     });
 }
 

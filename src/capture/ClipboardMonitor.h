@@ -36,7 +36,7 @@ public:
     const Observable<bool>& isSuspended() const { return isSuspended_; }
     bool isPolling() const { return timer_.isPending(); }
 
-    void setOnChange(std::function<void(const PasteboardSnapshot&)> onChange) { onChange_ = std::move(onChange); }
+    void setOnChange(std::function<void(PasteboardSnapshot)> onChange) { onChange_ = std::move(onChange); }
 
     // Starts ticking unless paused, suspended or already ticking.
     void start();
@@ -56,7 +56,7 @@ private:
     Workspace& workspace_;
     Observable<bool> isPaused_;
     Observable<bool> isSuspended_;
-    std::function<void(const PasteboardSnapshot&)> onChange_;
+    std::function<void(PasteboardSnapshot)> onChange_;
     TaskHandle timer_;
     long long lastChangeCount_ = 0;
     // Reads finish after the monitor may be gone; they check this first.

@@ -10,8 +10,8 @@
 
 #include "cli/ClipFormat.h"
 #include "cli/Commands.h"
+#include "cli/ImportLine.h"
 #include "paste/ClipActions.h"
-#include "foundation/ImageCodec.h"
 
 namespace tamarind::cli {
 
@@ -50,56 +50,6 @@ void runExport(CliContext& context, const FilterOptions& filters) {
 }
 
 // --- import ----------------------------------------------------------------------------------------
-
-std::optional<Data> base64Member(const Json& line, const char* key) {
-    auto member = line.find(key);
-    if (member == line.end() || !member->is_string()) return std::nullopt;
-    auto data = base64Decode(member->get<std::string>());
-    if (!data) throw std::runtime_error(std::string(key) + " is not base64");
-    return data;
-}
-
-std::optional<std::string> stringMember(const Json& line, const char* key) {
-    auto member = line.find(key);
-    if (member == line.end() || member->is_null()) return std::nullopt;
-    if (!member->is_string()) throw std::runtime_error(std::string(key) + " is not a string");
-    return member->get<std::string>();
-}
-
-// The clipboard as it was when the clip was made, as near as its fields tell; a line without a
-// date was copied at `importedAt`.
-PasteboardSnapshot snapshotOfLine(const Json& line, Date importedAt) {
-    if (!line.is_object()) throw std::runtime_error("not a JSON object");
-    PasteboardSnapshot snapshot;
-    snapshot.capturedAt = importedAt;
-    snapshot.string = stringMember(line, "text");
-    if (!snapshot.string) snapshot.string = stringMember(line, "urlString");
-    if (!snapshot.string) snapshot.string = stringMember(line, "hexColor");
-    if (snapshot.string) snapshot.types.push_back("text/plain;charset=utf-8");
-    snapshot.htmlString = stringMember(line, "htmlString");
-    if (snapshot.htmlString) snapshot.types.push_back("text/html");
-    snapshot.rtfData = base64Member(line, "richTextData");
-    if (snapshot.rtfData) snapshot.types.push_back("text/rtf");
-    snapshot.imageData = base64Member(line, "imageData");
-    if (snapshot.imageData) {
-        snapshot.imageFileExtension = stringMember(line, "imageFileExtension").value_or("png");
-        snapshot.imagePixelSize = imagePixelSize(*snapshot.imageData);
-        snapshot.types.push_back("image/" + *snapshot.imageFileExtension);
-    }
-    if (auto paths = line.find("filePaths"); paths != line.end() && paths->is_array()) {
-        for (const Json& path : *paths)
-            if (path.is_string()) snapshot.fileURLs.push_back(FileURL{path.get<std::string>()});
-        if (!snapshot.fileURLs.empty()) snapshot.types.push_back("text/uri-list");
-    }
-    snapshot.sourceAppBundleID = stringMember(line, "sourceAppBundleID");
-    snapshot.sourceAppName = stringMember(line, "sourceAppName");
-    if (auto createdAt = stringMember(line, "createdAt")) {
-        auto date = Date::parseIso8601(*createdAt);
-        if (!date) throw std::runtime_error("createdAt is not an ISO 8601 date");
-        snapshot.capturedAt = *date;
-    }
-    return snapshot;
-}
 
 class Progress {
 public:
@@ -147,22 +97,27 @@ void runImport(CliContext& context, const std::string& path) {
         ++lines;
         bytes += static_cast<long long>(text.size()) + 1;
         if (text.find_first_not_of(" \t\r") == std::string::npos) continue;
-        try {
-            Json line = Json::parse(text);
-            IngestResult result = store.ingest(snapshotOfLine(line, importedAt), excluded);
-            switch (result.kind) {
-            case IngestResult::Kind::inserted:
-                ++inserted;
-                if (line.value("isFavorite", false)) store.setFavorite(result.clipID, true);
-                if (line.value("isPinned", false)) store.setPinned(result.clipID, true);
-                break;
-            case IngestResult::Kind::deduplicated: ++deduplicated; break;
-            case IngestResult::Kind::rejected: ++rejected; break;
+        ImportLine line = readImportLine(text, importedAt);
+        if (line.snapshot) {
+            try {
+                IngestResult result = store.ingest(*line.snapshot, excluded);
+                switch (result.kind) {
+                case IngestResult::Kind::inserted:
+                    ++inserted;
+                    if (line.isFavorite) store.setFavorite(result.clipID, true);
+                    if (line.isPinned) store.setPinned(result.clipID, true);
+                    break;
+                case IngestResult::Kind::deduplicated: ++deduplicated; break;
+                case IngestResult::Kind::rejected: ++rejected; break;
+                }
+            } catch (const std::exception& error) {
+                line.error = error.what();
             }
-        } catch (const std::exception& error) {
+        }
+        if (!line.error.empty()) {
             ++unreadable;
             if (context.isErrTerminal()) context.err() << "\r";
-            context.err() << "line " << lines << ": " << error.what() << "\n";
+            context.err() << "line " << lines << ": " << line.error << "\n";
         }
         if (lines % kClipsPerSave == 0) {
             store.setDefersSaves(false);

@@ -12,6 +12,7 @@
 #include <limits>
 #include <memory>
 #include <ostream>
+#include <vector>
 
 namespace tamarind {
 
@@ -277,6 +278,71 @@ std::string_view typeName(plist_type type) {
     }
 }
 
+// libplist 2.2 aborts the process (an assert in plist_get_key_val) on a dictionary key in UTF-16 that holds
+// U+0000, and cuts an ASCII key short at a NUL; only a binary list can carry either. So such a list is
+// refused before libplist reads it: every dictionary in the object table is walked, and each of its keys
+// that is a string is looked at once. What this walk can't follow (a bad offset, a count past the end) it
+// leaves to libplist.
+bool binaryListHasKeyWithNul(std::string_view bytes) {
+    constexpr std::size_t trailerSize = 32;  // after "bplist00" and the objects
+    if (bytes.size() < 8 + trailerSize) return false;
+    auto byteAt = [&](std::size_t at) { return static_cast<unsigned char>(bytes[at]); };
+    auto readBigEndian = [&](std::size_t at, std::size_t size, std::uint64_t& out) {
+        if (size == 0 || size > 8 || at > bytes.size() || bytes.size() - at < size) return false;
+        out = 0;
+        for (std::size_t i = 0; i < size; ++i) out = out << 8 | byteAt(at + i);
+        return true;
+    };
+    const std::size_t trailer = bytes.size() - trailerSize;
+    const std::size_t offsetSize = byteAt(trailer + 6), referenceSize = byteAt(trailer + 7);
+    std::uint64_t objectCount = 0, tableOffset = 0;
+    if (!readBigEndian(trailer + 8, 8, objectCount) || !readBigEndian(trailer + 24, 8, tableOffset)) return false;
+    if (offsetSize == 0 || offsetSize > 8 || referenceSize == 0 || referenceSize > 8) return false;
+    if (tableOffset > trailer || objectCount > (trailer - tableOffset) / offsetSize) return false;
+
+    auto objectAt = [&](std::uint64_t index, std::size_t& at) {
+        std::uint64_t offset = 0;
+        if (index >= objectCount || !readBigEndian(tableOffset + index * offsetSize, offsetSize, offset)) return false;
+        at = static_cast<std::size_t>(offset);
+        return offset < trailer;
+    };
+    // The count in a marker's low four bits, or, when they are all set, in the integer object after it; of
+    // a 16-byte integer libplist takes the low 8 bytes.
+    auto readCount = [&](std::size_t& at, std::uint64_t& count) {
+        count = byteAt(at++) & 0xF;
+        if (count != 0xF) return true;
+        if (at >= trailer || (byteAt(at) & 0xF0) != 0x10 || (byteAt(at) & 0xF) > 4) return false;
+        std::size_t size = std::size_t{1} << (byteAt(at++) & 0xF);
+        if (!readBigEndian(at + (size > 8 ? size - 8 : 0), std::min<std::size_t>(size, 8), count)) return false;
+        at += size;
+        return true;
+    };
+    std::vector<bool> looked(static_cast<std::size_t>(objectCount));
+    for (std::uint64_t index = 0; index < objectCount; ++index) {
+        std::size_t at = 0;
+        std::uint64_t count = 0;
+        if (!objectAt(index, at) || byteAt(at) >> 4 != 0xD || !readCount(at, count)) continue;
+        if (count > (trailer - std::min(at, trailer)) / referenceSize) continue;
+        for (std::uint64_t entry = 0; entry < count; ++entry) {
+            std::uint64_t key = 0;
+            std::size_t keyAt = 0;
+            std::uint64_t length = 0;
+            if (!readBigEndian(at + entry * referenceSize, referenceSize, key) || !objectAt(key, keyAt)) continue;
+            if (looked[key]) continue;
+            looked[key] = true;
+            unsigned type = byteAt(keyAt) >> 4;  // 5: ASCII, 6: UTF-16
+            if ((type != 0x5 && type != 0x6) || !readCount(keyAt, length)) continue;
+            std::size_t unit = type == 0x6 ? 2 : 1;
+            if (length > (trailer - std::min(keyAt, trailer)) / unit) continue;
+            for (std::size_t character = 0; character < length; ++character) {
+                std::size_t first = keyAt + character * unit;
+                if (byteAt(first) == 0 && byteAt(first + unit - 1) == 0) return true;
+            }
+        }
+    }
+    return false;
+}
+
 // `leaves` is null for a binary list, whose values libplist reads exactly (dates to the microsecond).
 std::optional<PlistValue> valueFromNode(plist_t node, const Leaves* leaves, int depth, std::string& error) {
     auto leafIndex = [&](double number, std::size_t count) -> std::optional<std::size_t> {
@@ -528,6 +594,10 @@ PlistDecoding decodePlist(std::string_view bytes) {
     Leaves leaves;
     bool isBinary = plist_is_binary(bytes.data(), length) != 0;
     if (isBinary) {
+        if (binaryListHasKeyWithNul(bytes)) {
+            result.error = "a key holds a NUL character";
+            return result;
+        }
         plist_from_bin(bytes.data(), length, &parsed);
     } else {
         auto marked = rewriteLeaves(

@@ -100,8 +100,8 @@ bool isStorableInPlist(std::string_view key, const PlistValue& value);
 std::optional<std::string> encodePlistXml(const PlistDictionary& dictionary);
 
 // The dictionary in an XML or binary ("bplist00") property list, or why there is none: not a property list,
-// truncated, a top level that is not a dictionary, or a date, number or base64 that can't be read exactly
-// (rather than guessing a value, which libplist would). An integer beyond int64 but within uint64 comes back
+// truncated, a top level that is not a dictionary, a key holding a NUL (binary lists only), or a date,
+// number or base64 that can't be read exactly (rather than guessing a value, which libplist would). An integer beyond int64 but within uint64 comes back
 // as the nearest double. Binary lists keep dates to the microsecond only.
 struct PlistDecoding {
     std::optional<PlistDictionary> dictionary;

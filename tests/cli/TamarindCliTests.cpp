@@ -510,13 +510,17 @@ TEST_F(TamarindCli, AnUnreadableImportLineIsReportedAndTheRestStillImports) {
                         R"({"text": "fourth", "sourceAppBundleID": "org.keepassxc.KeePassXC"})"
                         "\n"
                         R"({"text": "fifth", "isFavorite": true})"
+                        "\n"
+                        // Once counted both inserted and unreadable, and added unpinned.
+                        R"({"text": "sixth", "isPinned": "yes"})"
                         "\n";
     ProcessResult result = exits(1, {"import", "-"}, lines);
-    EXPECT_EQ(result.out, "inserted 2, deduplicated 0, rejected 1, unreadable 2\n");
+    EXPECT_EQ(result.out, "inserted 2, deduplicated 0, rejected 1, unreadable 3\n");
     std::vector<std::string> errors = linesOf(result.err);
-    ASSERT_EQ(errors.size(), 2u) << result.err;
+    ASSERT_EQ(errors.size(), 3u) << result.err;
     EXPECT_EQ(errors[0].rfind("line 2: ", 0), 0u) << errors[0];
     EXPECT_EQ(errors[1].rfind("line 4: ", 0), 0u) << errors[1];
+    EXPECT_EQ(errors[2].rfind("line 7: ", 0), 0u) << errors[2];
     EXPECT_EQ(dump(json({"list", "--json"})), "text:fifth [F], text:first");
 }
 

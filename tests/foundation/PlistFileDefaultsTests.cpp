@@ -159,8 +159,9 @@ TEST(PlistCodec, ReadsWhatOtherWritersProduce) {
                                                }));
 }
 
-// {"a": 1, "d": 817000000.5 s as a date, "r": 0.25} laid out by hand as a binary property list.
-std::string binaryPlist() {
+// {"a": 1, "d": 817000000.5 s as a date, "r": 0.25} laid out by hand as a binary property list; `firstKey`
+// replaces the object of the key "a" (an ASCII string of one character).
+std::string binaryPlist(std::string firstKey = std::string(1, '\x51') + "a") {
     auto bigEndian = [](std::uint64_t value) {
         std::string bytes;
         for (int shift = 56; shift >= 0; shift -= 8) bytes += static_cast<char>(value >> shift & 0xff);
@@ -168,7 +169,7 @@ std::string binaryPlist() {
     };
     std::string objects[] = {
         std::string("\xD3\x01\x02\x03\x04\x05\x06", 7),  // a dictionary: three key refs, three value refs
-        std::string(1, '\x51') + "a",                    // an ASCII string of one character
+        firstKey,
         std::string(1, '\x51') + "d",
         std::string(1, '\x51') + "r",
         std::string("\x10\x01", 2),
@@ -192,6 +193,22 @@ TEST(PlistCodec, ReadsABinaryPropertyList) {
     ASSERT_TRUE(decoded.dictionary) << decoded.error;
     EXPECT_EQ(PlistValue(*decoded.dictionary),
               PlistValue(PlistDictionary{{"a", 1}, {"d", Date::fromReferenceSeconds(817000000.5)}, {"r", 0.25}}));
+}
+
+// libplist aborted the process on a UTF-16 key holding U+0000, and cut an ASCII key short at a NUL; either
+// is refused now, whichever way its length is written. Other UTF-16 keys read as before.
+TEST(PlistCodec, ABinaryListWithANulInAKeyIsRefusedNotACrash) {
+    for (const std::string& key : {std::string("\x62\x00\x61\x00\x00", 5), std::string("\x53" "a\0b", 4),
+                                   std::string("\x5F\x10\x03" "a\0b", 6),
+                                   std::string("\x5F\x14") + std::string(15, '\0') + std::string("\x03" "a\0b", 4)}) {
+        PlistDecoding decoded = decodePlist(binaryPlist(key));
+        EXPECT_FALSE(decoded.dictionary) << PlistValue(Data(key.begin(), key.end()));
+        EXPECT_EQ(decoded.error, "a key holds a NUL character");
+    }
+    PlistDecoding utf16 = decodePlist(binaryPlist(std::string("\x61\x00\xE9", 3)));
+    ASSERT_TRUE(utf16.dictionary) << utf16.error;
+    EXPECT_EQ(PlistValue(*utf16.dictionary),
+              PlistValue(PlistDictionary{{"é", 1}, {"d", Date::fromReferenceSeconds(817000000.5)}, {"r", 0.25}}));
 }
 
 TEST(PlistCodec, RefusesWhatItCannotReadExactly) {

@@ -90,8 +90,21 @@ void runImport(CliContext& context, const std::string& path) {
     long long inserted = 0, deduplicated = 0, rejected = 0, unreadable = 0, lines = 0, bytes = 0;
     Progress progress(context, totalBytes);
     const Date importedAt = context.now();
-    store.setDefersSaves(true);
+    (void)store.setDefersSaves(true);
     store.setFindsRepeatsInWholeLibrary(true);
+    // Lines count as inserted once their batch is committed; a batch that isn't is said, and the
+    // import stops: run again, it finds what was kept as repeats and adds the rest.
+    long long keptInserted = 0;
+    std::optional<std::string> storeFailure;
+    auto commitBatch = [&] {
+        if (Status saved = store.setDefersSaves(false); !saved)
+            refuse("could not save the library (" + saved.error() + ") after line " + std::to_string(lines) + "; " +
+                   std::to_string(keptInserted) + " clips were kept before it and " +
+                   std::to_string(inserted - keptInserted) +
+                   " since were not. Run the import again once the library can be written: what was kept is "
+                   "found as repeats.");
+        keptInserted = inserted;
+    };
     std::string text;
     while (std::getline(input, text)) {
         ++lines;
@@ -108,24 +121,34 @@ void runImport(CliContext& context, const std::string& path) {
                     if (line.isPinned) store.setPinned(result.clipID, true);
                     break;
                 case IngestResult::Kind::deduplicated: ++deduplicated; break;
-                case IngestResult::Kind::rejected: ++rejected; break;
+                case IngestResult::Kind::rejected:
+                    if (result.rejection.kind == CaptureRejection::Kind::storeFailure)
+                        storeFailure = result.rejection.payload;
+                    ++rejected;
+                    break;
                 }
             } catch (const std::exception& error) {
                 line.error = error.what();
             }
         }
+        // The store may have given up the whole batch: nothing since the last commit counts.
+        if (storeFailure)
+            refuse("could not save the library (" + *storeFailure + ") at line " + std::to_string(lines) + "; " +
+                   std::to_string(keptInserted) +
+                   " clips were kept before it. Run the import again once the library can be written: what was "
+                   "kept is found as repeats.");
         if (!line.error.empty()) {
             ++unreadable;
             if (context.isErrTerminal()) context.err() << "\r";
             context.err() << "line " << lines << ": " << line.error << "\n";
         }
         if (lines % kClipsPerSave == 0) {
-            store.setDefersSaves(false);
-            store.setDefersSaves(true);
+            commitBatch();
+            (void)store.setDefersSaves(true);
         }
         progress.update(lines, bytes);
     }
-    store.setDefersSaves(false);
+    commitBatch();
     progress.finish(lines, bytes);
     context.out() << "inserted " << inserted << ", deduplicated " << deduplicated << ", rejected " << rejected
                   << ", unreadable " << unreadable << "\n";

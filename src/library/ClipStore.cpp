@@ -524,9 +524,9 @@ Status ClipStore::insert(Clip clip, const std::vector<Uuid>& collectionIDs) {
     return Status();
 }
 
-void ClipStore::setDefersSaves(bool defers) {
+Status ClipStore::setDefersSaves(bool defers) {
     defersSaves_ = defers;
-    if (!defers) save();
+    return defers ? Status() : commit();
 }
 
 void ClipStore::save() { (void)commit(); }

@@ -274,8 +274,9 @@ public:
     // missing. A copy keeps the recent window.
     void setFindsRepeatsInWholeLibrary(bool finds) { findsRepeatsInWholeLibrary_ = finds; }
     // While saves are deferred, save() commits nothing and the changes pile up in one transaction
-    // (reads see them); for a bulk import. Ending it saves.
-    void setDefersSaves(bool defers);
+    // (reads see them); for a bulk import. Ending it saves, with the save's outcome: a failed one
+    // (a full disk) may have taken back everything since the last.
+    [[nodiscard]] Status setDefersSaves(bool defers);
     // Raises revision when another process (the command line) changed a store file.
     void checkForOutsideChanges();
     // Runs checkForOutsideChanges every `interval` on the loop while the store lives.

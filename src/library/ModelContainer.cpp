@@ -1006,6 +1006,9 @@ Status ModelContainer::atomically(const std::function<Status()>& change) {
             if (!status) throw std::runtime_error(status.error());
         });
     });
+    // SQLite gives up the whole transaction by itself on some failures (a full disk): what was
+    // pending is gone, and the next change must open a transaction again.
+    if (!(status && wrote) && sqlite3_get_autocommit(database_->getHandle())) isInTransaction_ = false;
     return status ? wrote : status;
 }
 
